@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace quillmere {
+
+// The one escaper for every string the extension writes into JSON.
+std::string jsonEscape(const std::string& text);
+
+}  // namespace quillmere

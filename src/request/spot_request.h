@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace quillmere {
+
+struct SpotRequest {
+  std::int32_t version = 0;
+  std::string request_id;
+  std::int64_t project_item_id = 0;
+  std::string source_path;
+  std::string expected_project_path;
+  std::string display_name;
+  double gain_db = 0.0;
+  double playback_rate = 1.0;
+  bool full_handles = false;
+  double source_offset_seconds = 0.0;
+  double visible_length_seconds = 0.0;
+};
+
+std::optional<SpotRequest> parseRequest(const std::string& text);
+
+// True when the id may stand in a file name as it is: 1 to 128 bytes of [A-Za-z0-9_-].
+bool safeRequestId(const std::string& id);
+
+}  // namespace quillmere
