@@ -20,7 +20,9 @@ fs::path bridgeDirectory() {
   return fs::path(home) / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
 }
 
-fs::path queueDirectory(const char* name) { return bridgeDirectory() / name; }
+fs::path queueDirectory(const char* name) {
+  return bridgeDirectory() / name;
+}
 
 bool ensureDirectories() {
   std::error_code error;

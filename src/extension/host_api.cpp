@@ -28,7 +28,8 @@ void (*Undo_EndBlock2)(ReaProject*, const char*, int) = nullptr;
 void (*UpdateArrange)() = nullptr;
 void (*UpdateItemInProject)(MediaItem*) = nullptr;
 
-#define QUILLMERE_BIND(fn) {reinterpret_cast<void*>(&fn), #fn}
+#define QUILLMERE_BIND(fn) \
+  { reinterpret_cast<void*>(&fn), #fn }
 
 const ApiBinding apiBindings[] = {
     QUILLMERE_BIND(AddMediaItemToTrack),

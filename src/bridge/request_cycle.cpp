@@ -1,0 +1,98 @@
+#include "bridge/request_cycle.h"
+
+#include <optional>
+#include <string>
+#include <system_error>
+
+#include "bridge/bridge_directory.h"
+#include "bridge/file_primitives.h"
+#include "report/delivery_log.h"
+#include "report/response_document.h"
+#include "spot/spot_operation.h"
+
+namespace fs = std::filesystem;
+
+namespace quillmere {
+
+namespace {
+
+// The smallest candidate name, compared byte by byte: the order of names is the order of work.
+std::optional<fs::path> firstCandidate() {
+  std::optional<fs::path> first;
+  std::error_code error;
+  fs::directory_iterator entry(queueDirectory("requests"), error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    if (!isRequestFile(*entry)) continue;
+    if (!first || entry->path().filename().native() < first->filename().native()) {
+      first = entry->path();
+    }
+  }
+  return first;
+}
+
+SpotResult carryOut(const SpotRequest& request) {
+  try {
+    return spot(request);
+  } catch (const fs::filesystem_error&) {
+    // Only the source check lets this out, before anything in the project was touched.
+    SpotResult result;
+    result.output_path = request.source_path;
+    result.message = "Quillmere source file is missing";
+    return result;
+  }
+}
+
+}  // namespace
+
+bool isRequestFile(const fs::directory_entry& entry) {
+  return entry.is_regular_file() && entry.path().extension().native() == ".json";
+}
+
+SpotRequest requestNamedAfter(const fs::path& file, const char* fallbackId) {
+  SpotRequest request;
+  request.request_id = file.stem().string();
+  if (!safeRequestId(request.request_id)) request.request_id = fallbackId;
+  return request;
+}
+
+void answerClaimed(const fs::path& claimedPath, const SpotRequest& request,
+                   const SpotResult& result) {
+  writeAtomic(queueDirectory("responses") / (request.request_id + ".json"),
+              responseJson(request, result));
+  appendDeliveryLog(request, result);
+  archiveClaimed(claimedPath, result.ok);
+}
+
+void archiveClaimed(const fs::path& claimedPath, bool ok) {
+  const fs::path target = queueDirectory(ok ? "completed" : "failed") / claimedPath.filename();
+  std::error_code error;
+  fs::remove(target, error);
+  error.clear();
+  fs::rename(claimedPath, target, error);
+}
+
+void processOneRequest() {
+  const std::optional<fs::path> candidate = firstCandidate();
+  if (!candidate) return;
+
+  const fs::path name = candidate->filename();
+  const fs::path claimed = queueDirectory("claimed") / name;
+  std::error_code error;
+  if (fs::exists(queueDirectory("completed") / name) ||
+      fs::exists(queueDirectory("failed") / name)) {
+    fs::remove(*candidate, error);
+    return;
+  }
+  fs::rename(*candidate, claimed, error);
+  if (error) return;
+
+  if (const std::optional<SpotRequest> request = parseRequest(readFile(claimed))) {
+    answerClaimed(claimed, *request, carryOut(*request));
+    return;
+  }
+  SpotResult invalid;
+  invalid.message = "Invalid Quillmere spot request";
+  answerClaimed(claimed, requestNamedAfter(claimed, "invalid-request"), invalid);
+}
+
+}  // namespace quillmere

@@ -1,0 +1,58 @@
+#include "extension/plugin_entry.h"
+
+#include <chrono>
+
+#include "bridge/bridge_directory.h"
+#include "bridge/claim_recovery.h"
+#include "extension/timer_tick.h"
+#include "report/bridge_state.h"
+
+namespace quillmere {
+
+reaper_plugin_info_t* pluginInfo = nullptr;
+
+namespace {
+
+void* timerFacility() {
+  return reinterpret_cast<void*>(&timerCallback);
+}
+
+int load(reaper_plugin_info_t* record) {
+  if (record->caller_version != kPluginInterfaceVersion || record->Register == nullptr ||
+      record->GetFunc == nullptr) {
+    return 0;
+  }
+  if (REAPERAPI_LoadAPI(record->GetFunc) != 0) return 0;
+  if (!ensureDirectories()) return 0;
+
+  pluginInfo = record;
+  // Requests an earlier run left half done are settled before anything new can be taken.
+  failInterruptedClaims();
+  writeHeartbeat();
+  const SteadyTime now = std::chrono::steady_clock::now();
+  lastQueuePoll = now;
+  lastHeartbeat = now;
+  if (record->Register("timer", timerFacility()) != 0) return 1;
+  pluginInfo = nullptr;
+  return 0;
+}
+
+void unload() {
+  if (pluginInfo != nullptr) pluginInfo->Register("-timer", timerFacility());
+  pluginInfo = nullptr;
+}
+
+}  // namespace
+
+}  // namespace quillmere
+
+extern "C" int ReaperPluginEntry(void* /*hInstance*/, reaper_plugin_info_t* rec) {
+  try {
+    if (rec != nullptr) return quillmere::load(rec);
+    quillmere::unload();
+  } catch (...) {
+    // Nothing may unwind into the host: a load that throws is a refused load.
+    quillmere::pluginInfo = nullptr;
+  }
+  return 0;
+}
