@@ -33,6 +33,15 @@ class CommaDecimals : public std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
+class GlobalLocale {
+ public:
+  explicit GlobalLocale(const std::locale& locale) : previous_(std::locale::global(locale)) {}
+  ~GlobalLocale() { std::locale::global(previous_); }
+
+ private:
+  std::locale previous_;
+};
+
 class Heartbeat : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -124,11 +133,9 @@ TEST_F(Heartbeat, WritesIntoTheWorkingFolderWhenHomeIsEmpty) {
 }
 
 TEST_F(Heartbeat, IgnoresADecimalCommaGlobalLocale) {
-  const std::locale previous =
-      std::locale::global(std::locale(std::locale::classic(), new CommaDecimals));
+  GlobalLocale comma(std::locale(std::locale::classic(), new CommaDecimals));
   host().cursor = 1234.5;
   const std::string text = beat(home.bridge() / "bridge_state.json");
-  std::locale::global(previous);
   EXPECT_NE(text.find("\"cursor\":1234.500000000,"), std::string::npos) << text;
 }
 

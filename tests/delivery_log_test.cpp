@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <locale>
 #include <string>
 
 #include "support/temp_home.h"
@@ -23,6 +24,13 @@ std::int64_t nowMs() {
              std::chrono::system_clock::now().time_since_epoch())
       .count();
 }
+
+class CommaDecimals : public std::numpunct<char> {
+ protected:
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
 
 void append(const std::string& id, bool ok, const std::string& message) {
   SpotRequest request;
@@ -53,7 +61,13 @@ TEST(DeliveryLog, AppendsOneStampedLinePerCallInOrder) {
        "\xe5\x90\x8d\"}\n"},
   };
   const std::int64_t before = nowMs();
-  for (const auto& line : lines) append(line.id, line.ok, line.message);
+  {
+    // A grouping global locale would turn the time stamp into 1.763.254.512.345.
+    const std::locale previous =
+        std::locale::global(std::locale(std::locale::classic(), new CommaDecimals));
+    for (const auto& line : lines) append(line.id, line.ok, line.message);
+    std::locale::global(previous);
+  }
   const std::int64_t after = nowMs();
 
   const std::string log = readAll(home.bridge() / "delivery.log");
@@ -62,8 +76,8 @@ TEST(DeliveryLog, AppendsOneStampedLinePerCallInOrder) {
     SCOPED_TRACE(line.id);
     const std::string prefix = "{\"timestamp_ms\":";
     ASSERT_EQ(log.compare(start, prefix.size(), prefix), 0) << log;
-    std::size_t digits = start + prefix.size();
-    std::size_t end = log.find_first_not_of("0123456789", digits);
+    const std::size_t digits = start + prefix.size();
+    const std::size_t end = log.find_first_not_of("0123456789", digits);
     ASSERT_NE(end, std::string::npos);
     const std::int64_t stamp = std::stoll(log.substr(digits, end - digits));
     EXPECT_GE(stamp, before);

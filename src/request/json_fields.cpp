@@ -1,0 +1,180 @@
+#include "request/json_fields.h"
+
+#include <locale.h>
+#include <stdlib.h>
+#include <cmath>
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
+
+namespace quillmere {
+
+namespace {
+
+// The host may run under a numeric locale with a decimal comma; the request's numbers are
+// always written with a point.
+#ifdef _WIN32
+using NumericLocale = _locale_t;
+NumericLocale classicNumericLocale() {
+  static const NumericLocale locale = _create_locale(LC_NUMERIC, "C");
+  return locale;
+}
+double classicStrtod(const char* start, char** end, NumericLocale locale) {
+  return _strtod_l(start, end, locale);
+}
+#else
+using NumericLocale = locale_t;
+NumericLocale classicNumericLocale() {
+  static const NumericLocale locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  return locale;
+}
+double classicStrtod(const char* start, char** end, NumericLocale locale) {
+  return strtod_l(start, end, locale);
+}
+#endif
+
+bool isValueSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+bool isHighSurrogate(std::uint32_t value) {
+  return value >= 0xD800 && value <= 0xDBFF;
+}
+
+bool isLowSurrogate(std::uint32_t value) {
+  return value >= 0xDC00 && value <= 0xDFFF;
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> valueStart(const std::string& text, const std::string& key) {
+  const std::string pattern = '"' + key + '"';
+  const std::size_t match = text.find(pattern);
+  if (match == std::string::npos) return std::nullopt;
+  const std::size_t colon = text.find(':', match + pattern.size());
+  if (colon == std::string::npos) return std::nullopt;
+  std::size_t position = colon + 1;
+  while (position < text.size() && isValueSpace(text[position])) ++position;
+  if (position >= text.size()) return std::nullopt;
+  return position;
+}
+
+std::optional<std::string> jsonString(const std::string& text, const std::string& key) {
+  const std::optional<std::uint64_t> start = valueStart(text, key);
+  if (!start || text[*start] != '"') return std::nullopt;
+  std::string result;
+  for (std::uint64_t cursor = *start + 1;; ++cursor) {
+    if (cursor >= text.size()) return std::nullopt;
+    const char c = text[cursor];
+    if (c == '"') return result;
+    if (c != '\\') {
+      result += c;
+      continue;
+    }
+    if (++cursor >= text.size()) return std::nullopt;
+    switch (text[cursor]) {
+      case '"':
+        result += '"';
+        break;
+      case '\\':
+        result += '\\';
+        break;
+      case '/':
+        result += '/';
+        break;
+      case 'b':
+        result += '\b';
+        break;
+      case 'f':
+        result += '\f';
+        break;
+      case 'n':
+        result += '\n';
+        break;
+      case 'r':
+        result += '\r';
+        break;
+      case 't':
+        result += '\t';
+        break;
+      case 'u': {
+        const std::optional<std::uint32_t> unit = parseHex4(text, cursor + 1);
+        if (!unit) return std::nullopt;
+        cursor += 4;
+        std::uint32_t codePoint = *unit;
+        if (isHighSurrogate(codePoint) && cursor + 6 < text.size() && text[cursor + 1] == '\\' &&
+            text[cursor + 2] == 'u') {
+          const std::optional<std::uint32_t> low = parseHex4(text, cursor + 3);
+          if (low && isLowSurrogate(*low)) {
+            codePoint = ((codePoint - 0xD800) << 10) + 0x10000 + (*low - 0xDC00);
+            cursor += 6;
+          }
+        }
+        appendUtf8(result, codePoint);
+        break;
+      }
+      default:
+        return std::nullopt;
+    }
+  }
+}
+
+std::optional<double> jsonNumber(const std::string& text, const std::string& key) {
+  const std::optional<std::uint64_t> start = valueStart(text, key);
+  if (!start) return std::nullopt;
+  const NumericLocale locale = classicNumericLocale();
+  if (!locale) return std::nullopt;
+  // The conversion may run past the value into the rest of the document; c_str() ends it.
+  const char* begin = text.c_str() + *start;
+  char* end = nullptr;
+  const double value = classicStrtod(begin, &end, locale);
+  if (end == begin || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+std::optional<bool> jsonBool(const std::string& text, const std::string& key) {
+  const std::optional<std::uint64_t> start = valueStart(text, key);
+  if (!start) return std::nullopt;
+  if (text.compare(*start, 4, "true") == 0) return true;
+  if (text.compare(*start, 5, "false") == 0) return false;
+  return std::nullopt;
+}
+
+std::optional<std::uint32_t> parseHex4(const std::string& text, std::uint64_t position) {
+  if (position > text.size() || text.size() - position < 4) return std::nullopt;
+  std::uint32_t value = 0;
+  for (std::uint64_t i = position; i < position + 4; ++i) {
+    const std::int32_t digit = hexDigit(static_cast<signed char>(text[i]));
+    if (digit < 0) return std::nullopt;
+    value = (value << 4) + static_cast<std::uint32_t>(digit);
+  }
+  return value;
+}
+
+std::int32_t hexDigit(signed char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+void appendUtf8(std::string& out, std::uint32_t cp) {
+  const auto byte = [&out](std::uint32_t value) { out += static_cast<char>(value); };
+  if (cp < 0x80) {
+    byte(cp);
+  } else if (cp < 0x800) {
+    byte(0xC0 | (cp >> 6));
+    byte(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    byte(0xE0 | (cp >> 12));
+    byte(0x80 | ((cp >> 6) & 0x3F));
+    byte(0x80 | (cp & 0x3F));
+  } else if (cp < 0x110000) {
+    byte(0xF0 | (cp >> 18));
+    byte(0x80 | ((cp >> 12) & 0x3F));
+    byte(0x80 | ((cp >> 6) & 0x3F));
+    byte(0x80 | (cp & 0x3F));
+  }
+}
+
+}  // namespace quillmere
