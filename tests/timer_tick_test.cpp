@@ -6,6 +6,7 @@
 #include <chrono>
 #include <vector>
 
+#include "bridge/bridge_directory.h"
 #include "support/bridge_fixture.h"
 
 namespace fs = std::filesystem;
@@ -59,7 +60,7 @@ class RunTick : public testing_support::BridgeTest {
  protected:
   void SetUp() override {
     BridgeTest::SetUp();
-    fs::create_directories(queue("requests"));
+    ASSERT_TRUE(quillmere::ensureDirectories());
     host().addTrack(true);
     loadedAt(kLoad);
   }

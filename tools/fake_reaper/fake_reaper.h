@@ -79,7 +79,9 @@ class Host {
   std::vector<UndoBlock> undoHistory;  // closed blocks, oldest first
 
   // Knobs, per test.
-  std::set<std::string> failing;  // these functions answer null, false or 0 and change nothing
+  // These functions answer null, false or 0 and change nothing; a void one is only recorded. An
+  // entry "Name PARAM" (e.g. "SetMediaItemInfo_Value D_LENGTH") fails that parameter alone.
+  std::set<std::string> failing;
   std::set<std::string> missing;  // GetFunc answers null for these names
   SourceLength sourceLength = SourceLength::FromFile;
   bool takesComeWithSource = false;  // AddTakeToMediaItem gives a take that already holds one
@@ -88,7 +90,8 @@ class Host {
   // What happened.
   std::vector<Call> calls;
   std::vector<std::string> callNames() const;
-  std::vector<std::string> violations;  // host rules broken, in words
+  std::vector<std::string> trace() const;  // "Name args" per call, or "Name" when it had none
+  std::vector<std::string> violations;     // host rules broken, in words
   std::vector<std::pair<std::string, void*>> registrations;  // every Register call, in order
   void (*timer)() = nullptr;  // the registered "timer", until "-timer" removes it
 
@@ -103,7 +106,8 @@ class Host {
   // A host record whose Register and GetFunc reach this instance.
   reaper_plugin_info_t record{0x20E, nullptr, nullptr, nullptr};
 
-  // Tracks the host's own source objects; exposed for the functions' implementation.
+  // Tracks the host's own source objects; exposed for the functions' implementation. A destroyed
+  // source stays here until reset, so no address is reused and a second destroy is noticed.
   std::vector<std::unique_ptr<Source>> sources;
   std::set<const void*> destroyedSources;
 

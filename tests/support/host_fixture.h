@@ -1,0 +1,28 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "fake_reaper/fake_reaper.h"
+#include "support/temp_home.h"
+
+namespace testing_support {
+
+// A fresh stand-in project with every host function bound, and a fresh HOME. A test fails when
+// it leaves the host unsettled (refresh held, undo block open, a source leaked) or broke a rule.
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  static fake_reaper::Host& host() { return fake_reaper::Host::instance(); }
+  // Fails the test for every host rule broken so far.
+  static void expectSettled();
+  // A tone of `seconds` written into HOME under `name`; returns its path.
+  std::string tone(const std::string& name, double seconds, int sampleRate = 8000) const;
+
+  TempHome home;
+};
+
+}  // namespace testing_support
