@@ -35,10 +35,7 @@ SpotResult carryOut(const SpotRequest& request) {
     return spot(request);
   } catch (const fs::filesystem_error&) {
     // Only the source check lets this out, before anything in the project was touched.
-    SpotResult result;
-    result.output_path = request.source_path;
-    result.message = "Quillmere source file is missing";
-    return result;
+    return sourceMissingResult(request);
   }
 }
 

@@ -139,6 +139,13 @@ void rollBack(const Edit& edit) {
 
 }  // namespace
 
+SpotResult sourceMissingResult(const SpotRequest& request) {
+  SpotResult result;
+  result.output_path = request.source_path;
+  result.message = kSourceMissing;
+  return result;
+}
+
 SpotResult spot(const SpotRequest& request) {
   SpotResult result;
   result.output_path = request.source_path;
@@ -149,10 +156,7 @@ SpotResult spot(const SpotRequest& request) {
   }
   // The raising form on purpose: a missing file answers false, any other file-system error
   // leaves this function before the project is touched.
-  if (!std::filesystem::is_regular_file(request.source_path)) {
-    result.message = kSourceMissing;
-    return result;
-  }
+  if (!std::filesystem::is_regular_file(request.source_path)) return sourceMissingResult(request);
   if (CountSelectedTracks(nullptr) < 1) {
     result.message = kNoSelectedTrack;
     return result;

@@ -2,21 +2,11 @@
 
 #include <algorithm>
 
-#include "extension/host_api.h"
+#include "support/temp_home.h"
 
 namespace fs = std::filesystem;
 
 namespace testing_support {
-
-void BridgeTest::SetUp() {
-  host().reset();
-  ASSERT_EQ(quillmere::REAPERAPI_LoadAPI(fake_reaper::getFunc), 0);
-}
-
-void BridgeTest::TearDown() {
-  for (const std::string& violation : host().checkSettled()) ADD_FAILURE() << violation;
-  host().reset();
-}
 
 std::vector<std::string> BridgeTest::namesIn(const char* folder) const {
   std::vector<std::string> names;
@@ -39,12 +29,6 @@ std::string BridgeTest::requestDocument(const std::string& id, const std::string
                                         const std::string& extraFields) {
   return R"({"version":3,"command":"spot","request_id":")" + id +
          R"(","project_item_id":17,"source_path":")" + sourcePath + "\"" + extraFields + "}";
-}
-
-std::string BridgeTest::tone() const {
-  const fs::path path = home.path() / "tone.wav";
-  if (!fs::exists(path)) fake_reaper::writeTestTone(path.string(), 2.0);
-  return path.string();
 }
 
 }  // namespace testing_support

@@ -1,23 +1,17 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "fake_reaper/fake_reaper.h"
-#include "support/temp_home.h"
+#include "support/host_fixture.h"
 
 namespace testing_support {
 
-// A fresh HOME and a fresh stand-in project, with every host function bound in-process.
-class BridgeTest : public ::testing::Test {
+// A stand-in host plus the bridge folder in the fresh HOME, and a producer's way of dropping
+// requests into it.
+class BridgeTest : public HostTest {
  protected:
-  void SetUp() override;
-  void TearDown() override;
-
-  static fake_reaper::Host& host() { return fake_reaper::Host::instance(); }
   std::filesystem::path queue(const char* name) const { return home.bridge() / name; }
   std::vector<std::string> namesIn(const char* folder) const;  // sorted file names
 
@@ -27,9 +21,8 @@ class BridgeTest : public ::testing::Test {
   static std::string requestDocument(const std::string& id, const std::string& sourcePath,
                                      const std::string& extraFields = "");
   // A two-second tone in HOME.
-  std::string tone() const;
-
-  TempHome home;
+  using HostTest::tone;
+  std::string tone() const { return tone("tone.wav", 2.0); }
 };
 
 }  // namespace testing_support
