@@ -68,6 +68,32 @@ void BM_PollOverWaitingFiles(benchmark::State& state) {
 }
 BENCHMARK(BM_PollOverWaitingFiles)->Range(8, 8192)->Complexity();
 
+// One whole request: claim, spot into the stand-in project, response, log line, archive.
+void BM_OneRequestEndToEnd(benchmark::State& state) {
+  ScratchHome home;
+  fake_reaper::Host& host = fake_reaper::Host::instance();
+  host.reset();
+  host.addTrack(true);
+  quillmere::REAPERAPI_LoadAPI(fake_reaper::getFunc);
+  for (const char* name : {"requests", "claimed", "responses", "completed", "failed"}) {
+    fs::create_directories(home.bridge() / name);
+  }
+  const fs::path tone = home.bridge() / "tone.wav";
+  fake_reaper::writeTestTone(tone.string(), 2.0);
+  const std::string document = R"({"version":3,"command":"spot","request_id":"r",)"
+                               R"("project_item_id":1,"source_path":")" +
+                               tone.string() + "\"}";
+  std::int64_t serial = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::ofstream(home.bridge() / "requests" / (std::to_string(++serial) + ".json")) << document;
+    state.ResumeTiming();
+    quillmere::processOneRequest();
+  }
+  host.reset();
+}
+BENCHMARK(BM_OneRequestEndToEnd);
+
 void BM_Heartbeat(benchmark::State& state) {
   ScratchHome home;
   fake_reaper::Host::instance().reset();
