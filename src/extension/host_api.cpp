@@ -29,7 +29,7 @@ void (*UpdateArrange)() = nullptr;
 void (*UpdateItemInProject)(MediaItem*) = nullptr;
 
 #define QUILLMERE_BIND(fn) \
-  { reinterpret_cast<void*>(&fn), #fn }
+  { reinterpret_cast<void*>(&(fn)), #fn }
 
 const ApiBinding apiBindings[] = {
     QUILLMERE_BIND(AddMediaItemToTrack),
