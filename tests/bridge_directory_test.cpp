@@ -2,81 +2,40 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "support/temp_home.h"
 
 namespace fs = std::filesystem;
-using quillmere::bridgeDirectory;
-using quillmere::ensureDirectories;
-using quillmere::queueDirectory;
-using testing_support::TempHome;
+using namespace quillmere;
+using namespace testing_support;
 
 namespace {
 
-const std::vector<std::string> kQueues = {"requests",  "claimed", "responses",
-                                          "completed", "failed",  "acknowledged"};
+const char* const kQueues[] = {"requests",  "claimed", "responses",
+                               "completed", "failed",  "acknowledged"};
 
-TEST(BridgeDirectory, LiesUnderHomeAndIgnoresATrailingSeparator) {
-  for (const std::string home : {"/Users/example", "/Users/example/"}) {
-    SCOPED_TRACE(home);
-    testing_support::setHome(home);
-    EXPECT_EQ(bridgeDirectory().string(),
-              "/Users/example/Library/Application Support/Quillmere/reaper-bridge");
-    EXPECT_EQ(queueDirectory("failed").string(),
-              "/Users/example/Library/Application Support/Quillmere/reaper-bridge/failed");
-  }
-}
-
-TEST(EnsureDirectories, CreatesEveryQueueBelowAHomeThatDoesNotExistYet) {
+TEST(EnsureDirectories, StopsAtAFileWhereAQueueShouldBeAndKeepsExistingQueuesWhenRunAgain) {
   TempHome home;
-  testing_support::setHome((home.path() / "not" / "yet").string());
-  ASSERT_TRUE(ensureDirectories());
-  for (const std::string& name : kQueues) {
-    EXPECT_TRUE(fs::is_directory(home.path() / "not" / "yet" / "Library" / "Application Support" /
-                                 "Quillmere" / "reaper-bridge" / name))
-        << name;
-  }
-}
-
-TEST(EnsureDirectories, WorksInTheWorkingFolderWhenHomeIsUnsetOrEmpty) {
-  for (const bool unset : {true, false}) {
-    SCOPED_TRACE(unset ? "unset" : "empty");
-    TempHome home;
-    fs::current_path(home.path());
-    testing_support::setHome(unset ? std::nullopt : std::optional<std::string>(""));
-    EXPECT_TRUE(bridgeDirectory().empty());
-    EXPECT_EQ(queueDirectory("requests"), fs::path("requests"));
-    ASSERT_TRUE(ensureDirectories());
-    for (const std::string& name : kQueues) EXPECT_TRUE(fs::is_directory(home.path() / name));
-  }
-}
-
-TEST(EnsureDirectories, StopsAtAFileStandingWhereAQueueShouldBe) {
-  TempHome home;
-  fs::create_directories(home.bridge());
-  testing_support::writeAll(home.bridge() / "claimed", "not a folder");
+  writeAll(home.bridge() / "claimed", "not a folder");
   EXPECT_FALSE(ensureDirectories());
   EXPECT_TRUE(fs::is_directory(home.bridge() / "requests"));
-  for (const char* name : {"responses", "completed", "failed", "acknowledged"}) {
-    EXPECT_FALSE(fs::exists(home.bridge() / name)) << name;
-  }
-}
+  for (int i = 2; i < 6; ++i) EXPECT_FALSE(fs::exists(home.bridge() / kQueues[i])) << kQueues[i];
 
-TEST(EnsureDirectories, SucceedsAgainWithoutChangingAnything) {
-  TempHome home;
-  ASSERT_TRUE(ensureDirectories());
-  testing_support::writeAll(home.bridge() / "requests" / "a.json", "{}");
+  fs::remove(home.bridge() / "claimed");
+  writeAll(home.bridge() / "requests" / "a.json", "{}");
   EXPECT_TRUE(ensureDirectories());
-  EXPECT_EQ(testing_support::readAll(home.bridge() / "requests" / "a.json"), "{}");
+  for (const char* name : kQueues) EXPECT_TRUE(fs::is_directory(home.bridge() / name)) << name;
+  EXPECT_EQ(readAll(home.bridge() / "requests" / "a.json"), "{}");
 }
 
-TEST(EnsureDirectories, FailsWhenHomeRunsThroughASymbolicLinkLoop) {
-  TempHome home;
-  fs::create_symlink(home.path() / "loop", home.path() / "loop");
-  testing_support::setHome((home.path() / "loop").string());
-  EXPECT_FALSE(ensureDirectories());
+TEST(EnsureDirectories, UsesTheWorkingFolderWhenHomeIsUnsetOrEmpty) {
+  for (const std::optional<std::string>& value : {std::optional<std::string>(), {""}}) {
+    SCOPED_TRACE(value ? "empty" : "unset");
+    TempHome home;
+    fs::current_path(home.path());
+    setHome(value);
+    ASSERT_TRUE(ensureDirectories());
+    for (const char* name : kQueues) EXPECT_TRUE(fs::is_directory(home.path() / name)) << name;
+  }
 }
 
 }  // namespace

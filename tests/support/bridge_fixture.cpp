@@ -2,21 +2,27 @@
 
 #include <algorithm>
 
-#include "support/temp_home.h"
-
 namespace fs = std::filesystem;
 
 namespace testing_support {
 
-std::vector<std::string> BridgeTest::namesIn(const char* folder) const {
-  std::vector<std::string> names;
-  std::error_code error;
-  for (fs::directory_iterator it(queue(folder), error); !error && it != fs::directory_iterator();
-       it.increment(error)) {
-    names.push_back(it->path().filename().string());
+Names BridgeTest::namesIn(const char* folder) const {
+  Names names;
+  std::error_code missing;
+  for (const auto& entry : fs::directory_iterator(queue(folder), missing)) {
+    names.push_back(entry.path().filename().string());
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::string BridgeTest::response(const std::string& id) const {
+  return readAll(queue("responses") / (id + ".json"));
+}
+
+long BridgeTest::logLines() const {
+  const std::string log = readAll(home.bridge() / "delivery.log");
+  return std::count(log.begin(), log.end(), '\n');
 }
 
 void BridgeTest::drop(const std::string& fileName, const std::string& document) const {

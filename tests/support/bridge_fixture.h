@@ -8,21 +8,27 @@
 
 namespace testing_support {
 
-// A stand-in host plus the bridge folder in the fresh HOME, and a producer's way of dropping
-// requests into it.
+using Names = std::vector<std::string>;
+
+// A stand-in project with one selected track, the bridge folder in a fresh HOME (its queues not
+// yet created), and a producer's way of dropping requests into it.
 class BridgeTest : public HostTest {
  protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    host().addTrack(true);
+  }
+
   std::filesystem::path queue(const char* name) const { return home.bridge() / name; }
-  std::vector<std::string> namesIn(const char* folder) const;  // sorted file names
+  Names namesIn(const char* folder) const;  // sorted; empty when the folder is missing
+  std::string response(const std::string& id) const;
+  long logLines() const;  // lines in the delivery log
 
   // Writes under a temporary name, then renames into "requests", as a producer must.
   void drop(const std::string& fileName, const std::string& document) const;
-  // A valid spot request document for an audio file.
   static std::string requestDocument(const std::string& id, const std::string& sourcePath,
                                      const std::string& extraFields = "");
-  // A two-second tone in HOME.
-  using HostTest::tone;
-  std::string tone() const { return tone("tone.wav", 2.0); }
+  std::string tone() const { return HostTest::tone("tone.wav", 2.0); }
 };
 
 }  // namespace testing_support

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
@@ -12,13 +11,11 @@ namespace testing_support {
 
 TempHome::TempHome() : oldCwd_(fs::current_path()) {
   if (const char* home = std::getenv("HOME")) oldHome_ = home;
-  std::random_device random;
-  for (int attempt = 0; attempt < 100 && root_.empty(); ++attempt) {
-    fs::path candidate = fs::temp_directory_path() / ("quillmere-test-" + std::to_string(random()));
-    if (fs::create_directory(candidate)) root_ = candidate;
-  }
-  if (root_.empty()) throw std::runtime_error("cannot make a temporary HOME");
-  setHome(root_.string());
+  std::string pattern = (fs::temp_directory_path() / "quillmere-test-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr)
+    throw std::runtime_error("cannot make a temporary HOME");
+  root_ = pattern;
+  setHome(pattern);
 }
 
 TempHome::~TempHome() {
@@ -39,8 +36,7 @@ std::string readAll(const fs::path& path) {
 
 void writeAll(const fs::path& path, const std::string& contents) {
   if (path.has_parent_path()) fs::create_directories(path.parent_path());
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << contents;
 }
 
 void setHome(const std::optional<std::string>& value) {
