@@ -5,37 +5,25 @@
 #include "support/temp_home.h"
 
 namespace fs = std::filesystem;
-using namespace quillmere;
 using namespace testing_support;
 
-namespace {
-
-const char* const kQueues[] = {"requests",  "claimed", "responses",
-                               "completed", "failed",  "acknowledged"};
-
-TEST(EnsureDirectories, StopsAtAFileWhereAQueueShouldBeAndKeepsExistingQueuesWhenRunAgain) {
+TEST(EnsureDirectories, FailsOnAFileWhereAQueueFolderShouldBe) {
   TempHome home;
   writeAll(home.bridge() / "claimed", "not a folder");
-  EXPECT_FALSE(ensureDirectories());
-  EXPECT_TRUE(fs::is_directory(home.bridge() / "requests"));
-  for (int i = 2; i < 6; ++i) EXPECT_FALSE(fs::exists(home.bridge() / kQueues[i])) << kQueues[i];
-
-  fs::remove(home.bridge() / "claimed");
-  writeAll(home.bridge() / "requests" / "a.json", "{}");
-  EXPECT_TRUE(ensureDirectories());
-  for (const char* name : kQueues) EXPECT_TRUE(fs::is_directory(home.bridge() / name)) << name;
-  EXPECT_EQ(readAll(home.bridge() / "requests" / "a.json"), "{}");
+  EXPECT_FALSE(quillmere::ensureDirectories());
 }
 
-TEST(EnsureDirectories, UsesTheWorkingFolderWhenHomeIsUnsetOrEmpty) {
-  for (const std::optional<std::string>& value : {std::optional<std::string>(), {""}}) {
-    SCOPED_TRACE(value ? "empty" : "unset");
+TEST(EnsureDirectories, MakesEveryQueueUnderHomeOrInTheWorkingFolderWhenHomeIsUnsetOrEmpty) {
+  const std::pair<std::optional<std::string>, fs::path> cases[] = {
+      {"h", "h/Library/Application Support/Quillmere/reaper-bridge"}, {"", "."}, {{}, "."}};
+  for (const auto& [value, root] : cases) {
+    SCOPED_TRACE(value.value_or("unset"));
     TempHome home;
     fs::current_path(home.path());
     setHome(value);
-    ASSERT_TRUE(ensureDirectories());
-    for (const char* name : kQueues) EXPECT_TRUE(fs::is_directory(home.path() / name)) << name;
+    ASSERT_TRUE(quillmere::ensureDirectories());
+    for (const char* name :
+         {"requests", "claimed", "responses", "completed", "failed", "acknowledged"})
+      EXPECT_TRUE(fs::is_directory(root / name)) << name;
   }
 }
-
-}  // namespace

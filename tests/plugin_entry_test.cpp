@@ -1,10 +1,7 @@
 #include "extension/plugin_entry.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
-#include "bridge/bridge_directory.h"
 #include "extension/timer_tick.h"
 #include "support/bridge_fixture.h"
 
@@ -16,53 +13,41 @@ namespace {
 
 class PluginEntry : public BridgeTest {};
 
-TEST_F(PluginEntry, RefusesABadLoadWithoutTouchingPluginInfoOrWritingAnything) {
-  const std::pair<const char*, void (*)(reaper_plugin_info_t&)> cases[] = {
-      {"version 0x20D", [](reaper_plugin_info_t& r) { r.caller_version = 0x20D; }},
-      {"version 0x20F", [](reaper_plugin_info_t& r) { r.caller_version = 0x20F; }},
-      {"no Register", [](reaper_plugin_info_t& r) { r.Register = nullptr; }},
-      {"no GetFunc", [](reaper_plugin_info_t& r) { r.GetFunc = nullptr; }},
+TEST_F(PluginEntry, RefusesABadLoadWithoutTouchingPluginInfo) {
+  const std::pair<const char*, reaper_plugin_info_t (*)(reaper_plugin_info_t)> cases[] = {
+      {"version 0x20D", [](auto r) { return r.caller_version = 0x20D, r; }},
+      {"version 0x20F", [](auto r) { return r.caller_version = 0x20F, r; }},
+      {"no Register", [](auto r) { return r.Register = nullptr, r; }},
+      {"no GetFunc", [](auto r) { return r.GetFunc = nullptr, r; }},
+      // A path component over 255 bytes makes the bridge folder impossible to create.
+      {"an unmakeable bridge", [](auto r) { return setHome(std::string(300, 'h')), r; }},
+      // UpdateItemInProject is bound again only if the lookups go on after a miss.
       {"an unknown name",
-       [](reaper_plugin_info_t&) {
-         host().missing = {"AddMediaItemToTrack"};
-         UpdateItemInProject = nullptr;  // bound again only if the lookups go on after a miss
-       }},
-      {"a blocked queue", [](reaper_plugin_info_t&) { writeAll(queueDirectory("requests"), ""); }},
+       [](auto r) { return host().missing = {"EnumProjects"}, UpdateItemInProject = {}, r; }},
   };
   for (const auto& [name, spoil] : cases) {
     SCOPED_TRACE(name);
-    reaper_plugin_info_t record = host().record, earlier = host().record;
-    spoil(record);
-    pluginInfo = &earlier;  // a refused load must leave whatever was there
+    auto record = spoil(host().record);
+    pluginInfo = &host().record;  // a refused load must leave whatever was there
     EXPECT_EQ(ReaperPluginEntry(nullptr, &record), 0);
-    EXPECT_EQ(pluginInfo, &earlier);
+    EXPECT_EQ(pluginInfo, &host().record);
     EXPECT_NE(UpdateItemInProject, nullptr);
-    EXPECT_FALSE(fs::exists(home.bridge() / "bridge_state.json"));
-    host().missing.clear();
   }
   pluginInfo = nullptr;
 }
 
 TEST_F(PluginEntry, UnregistersAnAcceptedTimerOnceAndARefusedOneNever) {
-  writeAll(queue("claimed") / "r1.json", "{");
   ASSERT_EQ(ReaperPluginEntry(nullptr, &host().record), 1);
-  EXPECT_EQ(namesIn("failed"), Names{"r1.json"});
-  EXPECT_TRUE(fs::exists(home.bridge() / "bridge_state.json"));
-  EXPECT_EQ(ReaperPluginEntry(nullptr, nullptr), 0);
-  EXPECT_EQ(ReaperPluginEntry(nullptr, nullptr), 0);
-
+  for (int unload = 0; unload < 2; ++unload) ReaperPluginEntry(nullptr, nullptr);
   host().registerAnswer = 0;
   EXPECT_EQ(ReaperPluginEntry(nullptr, &host().record), 0);
-  EXPECT_EQ(ReaperPluginEntry(nullptr, nullptr), 0);
-  void* const timer = reinterpret_cast<void*>(&timerCallback);
-  const decltype(host().registrations) expected = {
-      {"timer", timer}, {"-timer", timer}, {"timer", timer}};
-  EXPECT_EQ(host().registrations, expected);
+  ReaperPluginEntry(nullptr, nullptr);
+  const std::pair<std::string, void*> on{"timer", reinterpret_cast<void*>(&timerCallback)};
+  EXPECT_EQ(host().registrations, (decltype(host().registrations){on, {"-timer", on.second}, on}));
 }
 
 TEST_F(PluginEntry, RefusesALoadWhoseRecoveryThrows) {
   // A link to itself cannot be classified, so the recovery's scan raises a file-system error.
-  fs::create_directories(queue("claimed"));
   fs::create_symlink(queue("claimed") / "loop.json", queue("claimed") / "loop.json");
   EXPECT_EQ(ReaperPluginEntry(nullptr, &host().record), 0);
   EXPECT_EQ(pluginInfo, nullptr);
@@ -70,9 +55,10 @@ TEST_F(PluginEntry, RefusesALoadWhoseRecoveryThrows) {
 
 TEST_F(PluginEntry, TheBuiltLibraryExportsOnlyTheEntryPoint) {
   fs::current_path(home.path());
-  ASSERT_EQ(
-      std::system("nm -D --defined-only '" QUILLMERE_MODULE_PATH "' | awk '{print $NF}' >out"), 0);
-  EXPECT_EQ(readAll("out"), "ReaperPluginEntry\n");
+  ASSERT_EQ(std::system("nm -D --defined-only '" QUILLMERE_MODULE_PATH
+                        "' | awk '{print $3}' > exports.txt"),
+            0);
+  EXPECT_EQ(readAll("exports.txt"), "ReaperPluginEntry\n");
 }
 
 }  // namespace

@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <memory>
-#include <string>
 #include <tuple>
 
 #include "support/host_fixture.h"
 
-namespace fs = std::filesystem;
 using fake_reaper::SourceLength;
 
 namespace {
@@ -29,120 +25,92 @@ const std::string kSucceeded =
     "SetMediaItemSelected true\nUpdateItemInProject\nMarkProjectDirty\nPreventUIRefresh -1\n"
     "Undo_EndBlock2 Quillmere: Spot Kick 01|-1\nUpdateArrange\n";
 
-class Spot : public testing_support::HostTest {
- protected:
-  // Tracks 2 and 3 selected, a selected item on track 3, the cursor at 12.5 s; a request for
-  // `source`, named "Kick 01".
-  void fresh(const char* source) {
-    fs::current_path(home.path());
-    tone("take.wav", 2.0);
-    testing_support::writeAll("song.rpp", "x");
+struct Spot : testing_support::HostTest {
+  // Tracks 2 and 3 selected, the cursor at 12.5 s.
+  void fresh() {
+    expectSettled();
     host().reset();
-    for (bool selected : {false, true}) host().addTrack(selected);
-    host().addTrack(true).items.push_back(std::make_unique<fake_reaper::Item>());
-    host().tracks[2]->items[0]->selected = true;
+    for (bool selected : {false, true, true}) host().addTrack(selected);
     host().cursor = 12.5;
-    request.source_path = source;
-    request.display_name = "Kick 01";
   }
-
-  quillmere::SpotRequest request;
 };
 
-TEST_F(Spot, PlacesTheFileInTheOrderedStepsOrFailsWithAMessageAndRollsBack) {
-  fs::create_symlink("song.rpp", home.path() / "link.rpp");
-  fs::create_symlink("b.rpp", home.path() / "a.rpp");
-  fs::create_symlink("a.rpp", home.path() / "b.rpp");
+TEST_F(Spot, PlacesTheFileInOrderedStepsAtTheRequestedRangeOrFailsWithAMessageAndRollsBack) {
+  std::filesystem::current_path(home.path());
+  tone("take.wav", 2.0);
+  std::filesystem::create_symlink("take.wav", "link.rpp");
+  std::filesystem::create_symlink("loop.rpp", "loop.rpp");
   const char* const item = "Cannot configure the REAPER media item";
   const std::string destroyed = "PCM_Source_Destroy take.wav\n";
   const std::string failed = "Undo_EndBlock2 Quillmere: Spot failed|-1\nUpdateArrange\n";
-  const std::string rolledBack = "PreventUIRefresh -1\nDeleteTrackMediaItem track 2\n" + failed;
+  const std::string undone = "PreventUIRefresh -1\nDeleteTrackMediaItem track 2\n" + failed;
   const struct {
-    const char* message;
     int steps;  // how many calls of a success come first
-    const char* failing = "";
+    const char *message, *failing = "";
     std::string after = "";  // the calls that follow those
     SourceLength length = SourceLength::FromFile;
     // The host's project file ("" when never saved), the bound one, and the audio file.
     const char *current = "", *expected = "", *source = "take.wav";
   } cases[] = {
-      {kSpotted, 24},
-      {kSpotted, 24, "", "", SourceLength::FromFile, "song.rpp", "link.rpp"},
-      {kSpotted, 24, "", "", SourceLength::FromFile, "link.rpp", "./song.rpp"},
-      {kMismatch, 0, "", "", SourceLength::FromFile, "song.rpp", "take.wav"},  // another file
-      {kMismatch, 0, "", "", SourceLength::FromFile, "song.rpp", "gone.rpp"},
-      {kMismatch, 0, "", "", SourceLength::FromFile, "", "song.rpp"},
-      {kMismatch, 0, "", "", SourceLength::FromFile, "song.rpp", "a.rpp"},  // a link loop
-      {"Quillmere source file is missing", 0, "", "", SourceLength::FromFile, "", "", "gone.wav"},
-      {"Quillmere source file is missing", 0, "", "", SourceLength::FromFile, "", "", "."},
-      {"Select a REAPER track first", 1, "CountSelectedTracks"},
-      {"REAPER selected track is unavailable", 2, "GetSelectedTrack"},
-      {"REAPER cannot open the Quillmere audio file", 5, "PCM_Source_CreateFromFile"},
-      {"Quillmere audio duration is invalid", 6, "", destroyed, SourceLength::QuarterNotes},
-      {"Quillmere audio duration is invalid", 6, "", destroyed, SourceLength::NotANumber},
-      {"Quillmere audio duration is invalid", 6, "", destroyed, SourceLength::Zero},
-      {"Cannot create a REAPER media item", 9, "AddMediaItemToTrack",
+      {24, kSpotted, "", "", SourceLength::FromFile, "link.rpp", "./take.wav"},
+      {0, kMismatch, "", "", SourceLength::FromFile, "take.wav", "."},  // another path
+      {0, kMismatch, "", "", SourceLength::FromFile, "", "take.wav"},
+      {0, kMismatch, "", "", SourceLength::FromFile, "take.wav", "loop.rpp"},  // a link loop
+      {0, "Quillmere source file is missing", "", "", SourceLength::FromFile, "", "", "."},
+      {1, "Select a REAPER track first", "CountSelectedTracks"},
+      {2, "REAPER selected track is unavailable", "GetSelectedTrack"},
+      {5, "REAPER cannot open the Quillmere audio file", "PCM_Source_CreateFromFile"},
+      {6, "Quillmere audio duration is invalid", "", destroyed, SourceLength::QuarterNotes},
+      {6, "Quillmere audio duration is invalid", "", destroyed, SourceLength::NotANumber},
+      {6, "Quillmere audio duration is invalid", "", destroyed, SourceLength::Zero},
+      {9, "Cannot create a REAPER media item", "AddMediaItemToTrack",
        "PreventUIRefresh -1\n" + failed + destroyed},
-      {"Cannot create a REAPER media take", 10, "AddTakeToMediaItem", rolledBack + destroyed},
-      {item, 13, "SetMediaItemInfo_Value D_POSITION", rolledBack},
-      {item, 14, "SetMediaItemInfo_Value D_LENGTH", rolledBack},
-      {item, 15, "SetMediaItemTakeInfo_Value D_STARTOFFS", rolledBack},
-      {item, 16, "SetMediaItemTakeInfo_Value D_PLAYRATE", rolledBack},
-      {"Cannot configure the REAPER take gain", 17, "SetMediaItemTakeInfo_Value D_VOL", rolledBack},
-      {"Cannot name the REAPER media take", 18, "GetSetMediaItemTakeInfo_String P_NAME",
-       rolledBack},
+      {10, "Cannot create a REAPER media take", "AddTakeToMediaItem", undone + destroyed},
+      {13, item, "SetMediaItemInfo_Value D_POSITION", undone},
+      {14, item, "SetMediaItemInfo_Value D_LENGTH", undone},
+      {15, item, "SetMediaItemTakeInfo_Value D_STARTOFFS", undone},
+      {16, item, "SetMediaItemTakeInfo_Value D_PLAYRATE", undone},
+      {17, "Cannot configure the REAPER take gain", "SetMediaItemTakeInfo_Value D_VOL", undone},
+      {18, "Cannot name the REAPER media take", "GetSetMediaItemTakeInfo_String P_NAME", undone},
   };
   for (const auto& test : cases) {
-    SCOPED_TRACE(std::string(test.message) + " " + test.failing + " " + test.expected);
-    fresh(test.source);
+    SCOPED_TRACE(testing::Message() << test.message << " " << test.failing << " " << test.expected);
+    fresh();
     host().failing = {test.failing};
-    host().sourceLength = test.length;
-    host().projectFile = test.current;
-    request.expected_project_path = test.expected;
-    const quillmere::SpotResult got = spot(request);
+    std::tie(host().sourceLength, host().projectFile) = std::tie(test.length, test.current);
+    const auto got = quillmere::spot({0, "", 0, test.source, test.expected, "Kick 01"});
     // The track and the cursor are known from the fourth call on.
     EXPECT_EQ(std::tie(got.ok, got.message, got.track_index, got.position_seconds, got.output_path),
-              std::make_tuple(test.message == kSpotted, std::string(test.message),
-                              test.steps >= 4 ? 2 : 0, test.steps >= 4 ? 12.5 : 0.0,
-                              std::string(test.source)));
-    std::string calls, enumerated = *test.expected ? "EnumProjects -1 4096\n" : "";
+              std::make_tuple(test.message == kSpotted, test.message, test.steps < 4 ? 0 : 2,
+                              test.steps < 4 ? 0 : 12.5, test.source));
+    std::string calls, want = *test.expected ? "EnumProjects -1 4096\n" : "";
     for (const std::string& call : host().trace()) calls += call + "\n";
     std::size_t end = 0;
     for (int step = 0; step < test.steps; ++step) end = kSucceeded.find('\n', end) + 1;
-    EXPECT_EQ(calls, enumerated + kSucceeded.substr(0, end) + test.after);
+    EXPECT_EQ(calls, want + kSucceeded.substr(0, end) + test.after);
     EXPECT_EQ(host().tracks[1]->items.size(), test.message == kSpotted ? 1u : 0u);
-    EXPECT_TRUE(host().tracks[2]->items[0]->selected);
-    expectSettled();
   }
-}
-
-TEST_F(Spot, PlacesTheRequestedRangeAtTheRequestedRateAndGain) {
-  tone("ten.wav", 10.0);
-  const struct {
-    bool handles;
-    // An item length of 0 expects the range to be refused.
-    double offset, visible, rate, gainDb, startOffset, itemLength, volume;
-  } cases[] = {
-      {false, 3, 1, 0.5, -59.9, 0, 20, 0}, {true, 2, 5, 2, 12, 2, 2.5, 3.9810717055349722},
-      {true, 8, 5, 1, -60, 8, 2, 0},       {false, 0, 0, 1, -59.89, 0, 10, 0.0010127},
+  // Handles, offset, visible length, rate, dB; then the take's offset, the item's length (0 for
+  // a refused range) and the take's volume.
+  const std::tuple<bool, double, double, double, double, double, double, double> ranges[] = {
+      {false, 3, 1, 0.5, -59.9, 0, 20, 0},
+      {true, 2, 5, 2, 12, 2, 2.5, 3.9810717055349722},
+      {true, 8, 5, 1, -59.89, 8, 2, 0.0010127},
       {true, 10, 1, 1, 0, 0, 0, 0},
   };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(testing::Message() << test.offset << "+" << test.visible << " " << test.gainDb);
-    fresh("ten.wav");
+  for (const auto& [handles, offset, visible, rate, gainDb, startOffset, length, volume] : ranges) {
+    SCOPED_TRACE(testing::Message() << offset << "+" << visible << " " << gainDb);
+    fresh();
     // Each new take comes holding a source, which must be freed once the new one is in.
     host().takesComeWithSource = true;
-    std::tie(request.full_handles, request.source_offset_seconds, request.visible_length_seconds,
-             request.playback_rate, request.gain_db) =
-        std::tie(test.handles, test.offset, test.visible, test.rate, test.gainDb);
-    EXPECT_EQ(spot(request).message,
-              test.itemLength > 0 ? kSpotted : "Quillmere visible handle range is invalid");
-    expectSettled();
-    if (test.itemLength == 0) continue;
+    const quillmere::SpotResult got = quillmere::spot(
+        {0, "", 0, tone("ten.wav", 10.0), "", "Kick 01", gainDb, rate, handles, offset, visible});
+    EXPECT_EQ(got.message, length > 0 ? kSpotted : "Quillmere visible handle range is invalid");
+    if (length == 0) continue;
     const fake_reaper::Item& item = *host().tracks[1]->items.at(0);
     EXPECT_EQ(std::tie(item.length, item.takes.at(0)->startOffset, item.takes[0]->playRate),
-              std::tie(test.itemLength, test.startOffset, test.rate));
-    EXPECT_NEAR(item.takes[0]->volume, test.volume, 1e-7);
+              std::tie(length, startOffset, rate));
+    EXPECT_NEAR(item.takes[0]->volume, volume, 1e-7);
   }
 }
 

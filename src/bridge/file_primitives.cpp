@@ -11,7 +11,12 @@ namespace quillmere {
 std::string readFile(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return {};
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  try {
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  } catch (const std::ios_base::failure&) {
+    // The stream buffer raises on a read error (a folder opens but cannot be read): no contents.
+    return {};
+  }
 }
 
 bool writeAtomic(const fs::path& target, const std::string& contents) {

@@ -1,33 +1,45 @@
 #pragma once
 
-#include <filesystem>
-#include <string>
-#include <vector>
+#include <algorithm>
+#include <set>
 
+#include "bridge/bridge_directory.h"
 #include "support/host_fixture.h"
 
 namespace testing_support {
 
-using Names = std::vector<std::string>;
+using Names = std::set<std::string>;
 
-// A stand-in project with one selected track, the bridge folder in a fresh HOME (its queues not
-// yet created), and a producer's way of dropping requests into it.
+// A stand-in project with one selected track and the bridge's queues made in a fresh HOME.
 class BridgeTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
     host().addTrack(true);
+    ASSERT_TRUE(quillmere::ensureDirectories());
   }
 
   std::filesystem::path queue(const char* name) const { return home.bridge() / name; }
-  Names namesIn(const char* folder) const;  // sorted; empty when the folder is missing
-  std::string response(const std::string& id) const;
-  long logLines() const;  // lines in the delivery log
-
-  // Writes under a temporary name, then renames into "requests", as a producer must.
-  void drop(const std::string& fileName, const std::string& document) const;
+  Names namesIn(const char* folder) const {
+    Names names;
+    for (const auto& entry : std::filesystem::directory_iterator(queue(folder)))
+      names.insert(entry.path().filename().string());
+    return names;
+  }
+  std::string response(const char* id) const { return readAll(queue("responses") / id += ".json"); }
+  long logLines() const {  // lines in the delivery log
+    const std::string log = readAll(home.bridge() / "delivery.log");
+    return std::count(log.begin(), log.end(), '\n');
+  }
+  // Nothing polls between a test's own steps, so a request needs no staged rename.
+  void drop(const std::string& name, const std::string& document) const {
+    writeAll(queue("requests") / name, document);
+  }
   static std::string requestDocument(const std::string& id, const std::string& sourcePath,
-                                     const std::string& extraFields = "");
+                                     const std::string& extraFields = "") {
+    return R"({"version":3,"command":"spot","request_id":")" + id +
+           R"(","project_item_id":17,"source_path":")" + sourcePath + "\"" + extraFields + "}";
+  }
   std::string tone() const { return HostTest::tone("tone.wav", 2.0); }
 };
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "extension/host_api.h"
 #include "fake_reaper/fake_reaper.h"
 #include "support/temp_home.h"
 
@@ -13,12 +14,17 @@ namespace testing_support {
 // it leaves the host unsettled (refresh held, undo block open, a source leaked) or broke a rule.
 class HostTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override {
+    host().reset();
+    ASSERT_EQ(quillmere::REAPERAPI_LoadAPI(fake_reaper::getFunc), 0);
+  }
+  void TearDown() override { expectSettled(); }
 
   static fake_reaper::Host& host() { return fake_reaper::Host::instance(); }
   // Fails the test for every host rule broken so far.
-  static void expectSettled();
+  static void expectSettled() {
+    for (const std::string& violation : host().checkSettled()) ADD_FAILURE() << violation;
+  }
   // A tone of `seconds` written into HOME under `name`; returns its path.
   std::string tone(const std::string& name, double seconds, int sampleRate = 8000) const;
 

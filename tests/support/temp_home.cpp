@@ -9,13 +9,11 @@ namespace fs = std::filesystem;
 
 namespace testing_support {
 
-TempHome::TempHome() : oldCwd_(fs::current_path()) {
+TempHome::TempHome() {
   if (const char* home = std::getenv("HOME")) oldHome_ = home;
   std::string pattern = (fs::temp_directory_path() / "quillmere-test-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr)
-    throw std::runtime_error("cannot make a temporary HOME");
-  root_ = pattern;
-  setHome(pattern);
+  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a HOME");
+  setHome((root_ = pattern).string());
 }
 
 TempHome::~TempHome() {
@@ -25,13 +23,8 @@ TempHome::~TempHome() {
   fs::remove_all(root_, ignored);
 }
 
-fs::path TempHome::bridge() const {
-  return root_ / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
-}
-
 std::string readAll(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return {std::istreambuf_iterator<char>(std::ifstream(path, std::ios::binary).rdbuf()), {}};
 }
 
 void writeAll(const fs::path& path, const std::string& contents) {
@@ -40,11 +33,7 @@ void writeAll(const fs::path& path, const std::string& contents) {
 }
 
 void setHome(const std::optional<std::string>& value) {
-  if (value) {
-    ::setenv("HOME", value->c_str(), 1);
-  } else {
-    ::unsetenv("HOME");
-  }
+  value ? ::setenv("HOME", value->c_str(), 1) : ::unsetenv("HOME");
 }
 
 }  // namespace testing_support

@@ -8,19 +8,17 @@ namespace testing_support {
 
 // A fresh folder set as HOME for one test; HOME and the working folder are restored after.
 class TempHome {
+  std::filesystem::path root_, oldCwd_ = std::filesystem::current_path();
+  std::optional<std::string> oldHome_;
+
  public:
   TempHome();
   ~TempHome();
-  TempHome(const TempHome&) = delete;
-  TempHome& operator=(const TempHome&) = delete;
 
   const std::filesystem::path& path() const { return root_; }
-  std::filesystem::path bridge() const;  // HOME/Library/Application Support/Quillmere/reaper-bridge
-
- private:
-  std::filesystem::path root_;
-  std::optional<std::string> oldHome_;
-  std::filesystem::path oldCwd_;
+  std::filesystem::path bridge() const {
+    return root_ / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
+  }
 };
 
 std::string readAll(const std::filesystem::path& path);
