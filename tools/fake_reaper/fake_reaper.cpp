@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <locale>
 #include <sstream>
@@ -115,6 +116,19 @@ std::string trackName(const Track* track) {
 std::string sourceName(const void* source) {
   const Source* found = findSource(host(), source);
   return found == nullptr ? "?" : found->path;
+}
+
+// Sets the numeric property `parm` of a record; false for a property the record does not have.
+template <typename Record>
+bool setField(Record& record, const std::string& parm, double value,
+              std::initializer_list<std::pair<const char*, double Record::*>> fields) {
+  for (const auto& [name, field] : fields) {
+    if (parm == name) {
+      record.*field = value;
+      return true;
+    }
+  }
+  return false;
 }
 
 // Strings written into a caller's buffer are cut to fit and always NUL-terminated.
@@ -352,14 +366,8 @@ bool SetMediaItemInfo_Value(MediaItem* it, const char* parmname, double newvalue
     violate("SetMediaItemInfo_Value: not an item of the project");
     return false;
   }
-  if (parm == "D_POSITION") {
-    item->position = newvalue;
-  } else if (parm == "D_LENGTH") {
-    item->length = newvalue;
-  } else {
-    return false;
-  }
-  return true;
+  return setField(*item, parm, newvalue,
+                  {{"D_POSITION", &Item::position}, {"D_LENGTH", &Item::length}});
 }
 
 void SetMediaItemSelected(MediaItem* it, bool selected) {
@@ -382,16 +390,10 @@ bool SetMediaItemTakeInfo_Value(MediaItem_Take* tk, const char* parmname, double
     violate("SetMediaItemTakeInfo_Value: not a take of the project");
     return false;
   }
-  if (parm == "D_STARTOFFS") {
-    take->startOffset = newvalue;
-  } else if (parm == "D_PLAYRATE") {
-    take->playRate = newvalue;
-  } else if (parm == "D_VOL") {
-    take->volume = newvalue;
-  } else {
-    return false;
-  }
-  return true;
+  return setField(*take, parm, newvalue,
+                  {{"D_STARTOFFS", &Take::startOffset},
+                   {"D_PLAYRATE", &Take::playRate},
+                   {"D_VOL", &Take::volume}});
 }
 
 void Undo_BeginBlock2(ReaProject* proj) {
