@@ -6,10 +6,10 @@
 #include <fstream>
 #include <string>
 
+#include "bridge/report_files.h"
 #include "bridge/request_cycle.h"
-#include "extension/host_api.h"
 #include "fake_reaper/fake_reaper.h"
-#include "report/bridge_state.h"
+#include "host/host_api.h"
 #include "report/response_document.h"
 #include "request/spot_request.h"
 

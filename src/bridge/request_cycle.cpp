@@ -6,7 +6,7 @@
 
 #include "bridge/bridge_directory.h"
 #include "bridge/file_primitives.h"
-#include "report/delivery_log.h"
+#include "bridge/report_files.h"
 #include "report/response_document.h"
 #include "spot/spot_operation.h"
 

@@ -4,8 +4,8 @@
 
 #include "bridge/bridge_directory.h"
 #include "bridge/claim_recovery.h"
+#include "bridge/report_files.h"
 #include "extension/timer_tick.h"
-#include "report/bridge_state.h"
 
 namespace quillmere {
 

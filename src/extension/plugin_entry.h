@@ -1,6 +1,6 @@
 #pragma once
 
-#include "extension/host_api.h"
+#include "host/host_api.h"
 
 namespace quillmere {
 

@@ -1,7 +1,7 @@
 #include "extension/timer_tick.h"
 
+#include "bridge/report_files.h"
 #include "bridge/request_cycle.h"
-#include "report/bridge_state.h"
 
 namespace quillmere {
 

@@ -6,11 +6,8 @@
 #include <iomanip>
 #include <locale>
 #include <sstream>
-#include <string>
 
-#include "bridge/bridge_directory.h"
-#include "bridge/file_primitives.h"
-#include "extension/host_api.h"
+#include "host/host_api.h"
 #include "report/json_escape.h"
 
 namespace quillmere {
@@ -22,7 +19,7 @@ constexpr int kMediaPathBufferSize = 4096;
 
 }  // namespace
 
-void writeHeartbeat() {
+std::string bridgeStateJson() {
   char mediaPathBuffer[kMediaPathBufferSize] = {};
   GetProjectPathEx(nullptr, mediaPathBuffer, kMediaPathBufferSize);
   // Bounded by the buffer, in case the host filled it to the last byte without a terminator.
@@ -42,9 +39,7 @@ void writeHeartbeat() {
   out << "\"selected_tracks\":" << CountSelectedTracks(nullptr) << ",";
   out << "\"cursor\":" << std::fixed << std::setprecision(9) << GetCursorPositionEx(nullptr) << ",";
   out << "\"project_media_path\":\"" << jsonEscape(mediaPath) << "\"}\n";
-
-  // A heartbeat that cannot be written is simply written again at the next interval.
-  writeAtomic(bridgeDirectory() / "bridge_state.json", out.str());
+  return out.str();
 }
 
 }  // namespace quillmere

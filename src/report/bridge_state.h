@@ -1,8 +1,11 @@
 #pragma once
 
+#include <string>
+
 namespace quillmere {
 
-// Rewrites bridge_state.json from the active project; calls bound host functions.
-void writeHeartbeat();
+// The heartbeat document from the active project and the wall clock; calls bound host functions
+// in a fixed order: media path, then track count, then cursor.
+std::string bridgeStateJson();
 
 }  // namespace quillmere

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <vector>
 
-#include "extension/host_api.h"
+#include "host/host_api.h"
 
 namespace quillmere {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "extension/host_api.h"
+#include "host/host_api.h"
 #include "fake_reaper/fake_reaper.h"
 #include "support/temp_home.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "extension/host_api.h"
+#include "host/host_api.h"
 
 namespace fake_reaper {
 

@@ -1,4 +1,4 @@
-#include "extension/host_api.h"
+#include "host/host_api.h"
 
 #include <cstring>
 
