@@ -1,10 +1,11 @@
 // Through the built library, loaded the way the host loads it. Its timer reads the real clock,
 // so these tests wait in real time, each wait bounded.
-#include <dlfcn.h>
-
 #include <chrono>
 #include <thread>
 
+#include <memory>
+
+#include "fake_reaper/module_loader.h"
 #include "support/bridge_fixture.h"
 
 using namespace std::chrono_literals;
@@ -16,16 +17,16 @@ class EndToEnd : public BridgeTest {
  protected:
   void SetUp() override {
     BridgeTest::SetUp();
-    ASSERT_NE(module_ = dlopen(QUILLMERE_MODULE_PATH, RTLD_NOW | RTLD_LOCAL), nullptr) << dlerror();
-    entry_ = reinterpret_cast<decltype(entry_)>(dlsym(module_, "ReaperPluginEntry"));
-    ASSERT_NE(entry_, nullptr);
+    module_ = std::make_unique<fake_reaper::LoadedModule>(QUILLMERE_MODULE_PATH);
+    ASSERT_NE(entry_ = module_->entry(), nullptr) << module_->error();
   }
   void TearDown() override {
-    if (entry_ != nullptr) entry_(module_, nullptr), dlclose(module_);
+    if (entry_ != nullptr) entry_(module_->handle(), nullptr);
+    module_.reset();
     BridgeTest::TearDown();
   }
 
-  int load() { return entry_(module_, &host().record); }
+  int load() { return entry_(module_->handle(), &host().record); }
 
   // Runs the host's timer about every 10 ms until `done` holds or `limit` has passed.
   template <typename Done>
@@ -36,8 +37,8 @@ class EndToEnd : public BridgeTest {
     return done();
   }
 
-  void* module_ = nullptr;
-  int (*entry_)(void*, reaper_plugin_info_t*) = nullptr;
+  std::unique_ptr<fake_reaper::LoadedModule> module_;
+  fake_reaper::PluginEntry entry_ = nullptr;
 };
 
 TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndStallsUntilReloadWithoutClaimed) {
@@ -58,7 +59,7 @@ TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndStallsUntilRel
   drop("b.json", "{");
   runUntil([] { return false; }, 300ms);
   EXPECT_EQ(namesIn("requests"), Names{"b.json"});
-  entry_(module_, nullptr);
+  entry_(module_->handle(), nullptr);
   ASSERT_EQ(load(), 1);
   EXPECT_TRUE(runUntil([&] { return namesIn("failed") == Names{"b.json", "r1.json"}; }));
 }

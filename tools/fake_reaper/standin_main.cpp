@@ -1,7 +1,5 @@
 // quillmere_standin: loads an extension module into the stand-in host the way the host does,
 // drives its timer, unloads it and prints what the extension did to the project.
-#include <dlfcn.h>
-
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -16,6 +14,7 @@
 #include <vector>
 
 #include "fake_reaper/fake_reaper.h"
+#include "fake_reaper/module_loader.h"
 
 namespace {
 
@@ -171,29 +170,22 @@ int main(int argc, char** argv) {
   buildProject(options);
   fake_reaper::Host& host = fake_reaper::Host::instance();
 
-  void* module = dlopen(options.module.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) {
-    std::cerr << "quillmere_standin: cannot load " << options.module << ": " << dlerror() << "\n";
+  fake_reaper::LoadedModule module(options.module);
+  if (module.entry() == nullptr) {
+    std::cerr << "quillmere_standin: " << module.error() << "\n";
     return 2;
   }
-  using Entry = int (*)(void*, reaper_plugin_info_t*);
-  auto entry = reinterpret_cast<Entry>(dlsym(module, "ReaperPluginEntry"));
-  if (entry == nullptr) {
-    std::cerr << "quillmere_standin: " << options.module << " exports no ReaperPluginEntry\n";
-    dlclose(module);
-    return 2;
-  }
+  const fake_reaper::PluginEntry entry = module.entry();
 
-  const int loaded = entry(module, &host.record);
+  const int loaded = entry(module.handle(), &host.record);
   std::cout << "load result: " << loaded << std::endl;
   Progress progress;
   progress.report(host);
   if (loaded == 1) runTimer(options, progress);
 
-  entry(module, nullptr);
+  entry(module.handle(), nullptr);
   const bool timerLeft = host.timer != nullptr;
   host.timer = nullptr;
-  dlclose(module);
 
   std::cout << "\n== Account\nload result: " << loaded
             << "\nregistrations: " << host.registrations.size() << "\n";

@@ -1,3 +1,4 @@
+// Audio files through libsndfile: any format it reads reports its true length.
 #include <sndfile.h>
 
 #include <algorithm>
@@ -5,9 +6,18 @@
 #include <limits>
 #include <vector>
 
-#include "fake_reaper/fake_reaper.h"
+#include "fake_reaper/audio_sources.h"
 
 namespace fake_reaper {
+
+std::optional<double> audioFileSeconds(const std::string& path) {
+  SF_INFO info{};
+  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+  if (file == nullptr) return std::nullopt;
+  sf_close(file);
+  if (info.samplerate <= 0) return std::nullopt;
+  return static_cast<double>(info.frames) / info.samplerate;
+}
 
 bool writeTestTone(const std::string& path, double seconds, int sampleRate) {
   if (!std::isfinite(seconds) || seconds < 0.0 || sampleRate <= 0) return false;
