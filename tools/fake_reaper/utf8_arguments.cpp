@@ -1,8 +1,9 @@
 #include "fake_reaper/utf8_arguments.h"
 
 #if defined(_WIN32)
-#include <shellapi.h>
 #include <windows.h>
+// After windows.h, which it needs.
+#include <shellapi.h>
 
 #include <exception>
 #include <filesystem>
