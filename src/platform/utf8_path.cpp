@@ -15,33 +15,33 @@ bool isContinuation(unsigned char byte) {
   return (byte & 0xC0) == 0x80;
 }
 
+// How many bytes a sequence led by `lead` has; 0 for a byte that leads none.
+std::size_t sequenceLength(unsigned char lead) {
+  if (lead < 0x80) return 1;
+  if (lead >= 0xC2 && lead <= 0xDF) return 2;
+  if (lead >= 0xE0 && lead <= 0xEF) return 3;
+  if (lead >= 0xF0 && lead <= 0xF4) return 4;
+  return 0;
+}
+
+// The smallest value of each length; a smaller one is an overlong form.
+constexpr std::uint32_t kSmallestOfLength[] = {0, 0, 0x80, 0x800, 0x10000};
+
 // The code point of the sequence starting at `at` and its length, or a length of 0 when no
 // well-formed sequence starts there. Surrogates are accepted in their three-byte form.
 std::uint32_t decodeOne(const std::string& bytes, std::size_t at, std::size_t& length) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
-  const unsigned char lead = byte(0);
+  const auto lead = static_cast<unsigned char>(bytes[at]);
+  const std::size_t size = sequenceLength(lead);
   length = 0;
-  std::size_t size = 0;
-  std::uint32_t minimum = 0;
-  std::uint32_t value = 0;
-  if (lead < 0x80) {
-    length = 1;
-    return lead;
-  } else if (lead >= 0xC2 && lead <= 0xDF) {
-    size = 2, minimum = 0x80, value = lead & 0x1F;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    size = 3, minimum = 0x800, value = lead & 0x0F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    size = 4, minimum = 0x10000, value = lead & 0x07;
-  } else {
-    return 0;
-  }
-  if (bytes.size() - at < size) return 0;
+  if (size == 0 || bytes.size() - at < size) return 0;
+  // The lead byte carries the top 7, 5, 4 or 3 bits.
+  std::uint32_t value = size == 1 ? lead : lead & (0x7F >> size);
   for (std::size_t i = 1; i < size; ++i) {
-    if (!isContinuation(byte(i))) return 0;
-    value = (value << 6) | (byte(i) & 0x3F);
+    const auto next = static_cast<unsigned char>(bytes[at + i]);
+    if (!isContinuation(next)) return 0;
+    value = (value << 6) | (next & 0x3F);
   }
-  if (value < minimum || value > 0x10FFFF) return 0;
+  if (value < kSmallestOfLength[size] || value > 0x10FFFF) return 0;
   length = size;
   return value;
 }
