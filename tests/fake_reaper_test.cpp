@@ -46,7 +46,7 @@ TEST_F(FakeHost, ReadsTheLengthOfWaveFilesItWroteOrWasGivenAndOfNothingElse) {
   const std::pair<std::string, std::optional<double>> files[] = {
       {handMadeWave(1500), 1.5},
       {handMadeWave(0), 0.0},
-      {"RIFF\x04\0\0\0WAVE", std::nullopt},
+      {std::string("RIFF\x04\0\0\0WAVE", 12), std::nullopt},  // no chunks
       {"not audio at all, just some text that is long enough to be looked at", std::nullopt},
   };
   for (const auto& [bytes, seconds] : files) {
