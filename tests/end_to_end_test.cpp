@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "fake_reaper/module_loader.h"
+#include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
 
 using namespace std::chrono_literals;
@@ -62,6 +63,21 @@ TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndStallsUntilRel
   entry_(module_->handle(), nullptr);
   ASSERT_EQ(load(), 1);
   EXPECT_TRUE(runUntil([&] { return namesIn("failed") == Names{"b.json", "r1.json"}; }));
+}
+
+TEST_F(EndToEnd, PlacesASourceWithNonAsciiLettersDroppedThroughAHomeWithNonAsciiLetters) {
+  const std::filesystem::path letters = home.path() / quillmere::pathFromUtf8("Hömé 家");
+  setHome(quillmere::utf8FromPath(letters));
+  const std::filesystem::path bridge =
+      letters / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
+  const std::string source = HostTest::tone("Ünïcödé 音.wav", 2.0);
+  const std::filesystem::path name = quillmere::pathFromUtf8("ü 音.json");
+  ASSERT_EQ(load(), 1);
+  writeAll(bridge / "requests" / name, requestDocument("letters", source));
+  ASSERT_TRUE(runUntil([&] { return std::filesystem::exists(bridge / "completed" / name); }));
+  EXPECT_NE(readAll(bridge / "responses" / "letters.json").find(R"("ok":true)"), std::string::npos);
+  ASSERT_EQ(host().allItems().size(), 1u);
+  EXPECT_EQ(host().nameOf(host().allItems()[0]->takes.at(0)->source), source);
 }
 
 }  // namespace

@@ -2,6 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "platform/utf8_path.h"
 #include "support/host_fixture.h"
 
 using FakeHost = testing_support::HostTest;
@@ -16,4 +23,44 @@ TEST_F(FakeHost, NotesEveryBrokenRuleInTheOrderBroken) {
               testing::ElementsAre(HasSubstr("destroyed twice"), HasSubstr("more often than held"),
                                    HasSubstr("not balanced"), HasSubstr("leaked.wav")));
   host().reset();
+}
+
+namespace {
+
+// A stereo 16-bit 1000 Hz file of `frames` frames, behind an odd-sized chunk that is padded.
+std::string handMadeWave(std::uint32_t frames) {
+  const auto le = [](std::uint32_t value, int size) {
+    std::string bytes;
+    for (int i = 0; i < size; ++i) bytes += static_cast<char>((value >> (8 * i)) & 0xFF);
+    return bytes;
+  };
+  const std::string body = "WAVE" + std::string("LIST") + le(3, 4) + "abc" + '\0' + "fmt " +
+                           le(16, 4) + le(1, 2) + le(2, 2) + le(1000, 4) + le(4000, 4) + le(4, 2) +
+                           le(16, 2) + "data" + le(frames * 4, 4) + std::string(frames * 4, '\0');
+  return "RIFF" + le(static_cast<std::uint32_t>(body.size()), 4) + body;
+}
+
+}  // namespace
+
+TEST_F(FakeHost, ReadsTheLengthOfWaveFilesItWroteOrWasGivenAndOfNothingElse) {
+  const std::pair<std::string, std::optional<double>> files[] = {
+      {handMadeWave(1500), 1.5},
+      {handMadeWave(0), 0.0},
+      {std::string("RIFF\x04\0\0\0WAVE", 12), std::nullopt},  // no chunks
+      {"not audio at all, just some text that is long enough to be looked at", std::nullopt},
+  };
+  for (const auto& [bytes, seconds] : files) {
+    SCOPED_TRACE(bytes.substr(0, 12));
+    testing_support::writeAll(home.path() / "given.wav", bytes);
+    EXPECT_EQ(fake_reaper::audioFileSeconds(quillmere::utf8FromPath(home.path() / "given.wav")),
+              seconds);
+  }
+  EXPECT_EQ(fake_reaper::audioFileSeconds(quillmere::utf8FromPath(home.path() / "none.wav")),
+            std::nullopt);
+  const std::tuple<double, int, double> tones[] = {
+      {2.0, 8000, 2.0}, {0.25, 44100, 0.25}, {1.00001, 48000, 1.0}, {0.0, 8000, 0.0}};
+  for (const auto& [seconds, rate, length] : tones) {
+    SCOPED_TRACE(testing::Message() << seconds << " s at " << rate);
+    EXPECT_EQ(fake_reaper::audioFileSeconds(tone("t ü.wav", seconds, rate)), length);
+  }
 }

@@ -24,14 +24,14 @@ TEST(WriteAtomic, ReplacesWhateverStandsAtTheTargetUnlessItsParentOrAFullFolderB
   writeAll("full.json/inside", "kept");
   fs::create_directory("empty.json");
   fs::create_directory("dir.json.tmp");
-  fs::create_symlink("loop-b", "loop-a");
-  fs::create_symlink("loop-a", "loop-b");
+  const bool links = makeSymlink("loop-b", "loop-a") && makeSymlink("loop-a", "loop-b");
   const std::pair<std::string, bool> cases[] = {
       {"stale.json", true},          {"dir.json", true},  {"old.json", true},
       {"empty.json", true},          {"a/b/c", true},     {"loop-a/a", false},
       {"full.json/inside/a", false}, {"full.json", false}};
   for (const auto& [target, written] : cases) {
     SCOPED_TRACE(target);
+    if (!links && target.rfind("loop-", 0) == 0) continue;  // no symbolic links on this platform
     EXPECT_EQ(writeAtomic(target, bytes), written);
     EXPECT_EQ(readFile(target), written ? bytes : "");  // a folder reads as nothing, too
     EXPECT_EQ(readFile(target + ".tmp"), "");           // no temporary left behind

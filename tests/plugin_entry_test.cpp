@@ -48,12 +48,16 @@ TEST_F(PluginEntry, UnregistersAnAcceptedTimerOnceAndARefusedOneNever) {
 
 TEST_F(PluginEntry, RefusesALoadWhoseRecoveryThrows) {
   // A link to itself cannot be classified, so the recovery's scan raises a file-system error.
-  fs::create_symlink(queue("claimed") / "loop.json", queue("claimed") / "loop.json");
+  if (!makeSymlink(queue("claimed") / "loop.json", queue("claimed") / "loop.json"))
+    GTEST_SKIP() << "no symbolic links on this platform";
   EXPECT_EQ(ReaperPluginEntry(nullptr, &host().record), 0);
   EXPECT_EQ(pluginInfo, nullptr);
 }
 
 TEST_F(PluginEntry, TheBuiltLibraryExportsOnlyTheEntryPoint) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "the Windows build's check reads the DLL's export table with objdump";
+#endif
   fs::current_path(home.path());
   ASSERT_EQ(std::system("nm -D --defined-only '" QUILLMERE_MODULE_PATH
                         "' | awk '{print $3}' > exports.txt"),

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
 
 namespace fs = std::filesystem;
@@ -12,18 +13,24 @@ namespace {
 
 class RequestCycle : public BridgeTest {};
 
+// UTF-8 byte order: U+FF21 (three bytes) before U+1F600 (four), although UTF-16 puts the
+// latter's surrogates first.
+const char kFullwidthA[] = "\xef\xbc\xa1.json";
+const char kEmoji[] = "\xf0\x9f\x98\x80.json";
+
 TEST_F(RequestCycle, TakesOneJsonFilePerCallInByteOrderOfNamesAndLeavesTheRestAlone) {
-  for (const char* name :
-       {"b.json", "a.json", "Z.json", "9.json", "10.json", "a.JSON", ".json", "notes.txt"})
+  for (const char* name : {"b.json", kEmoji, "a.json", "Z.json", "é.json", "9.json", kFullwidthA,
+                           "10.json", "c.JSON", ".json", "notes.txt"})
     drop(name, "{");
   fs::create_directories(queue("requests") / "folder.json");
-  const std::vector<std::string> order = {"10.json", "9.json", "Z.json", "a.json", "b.json"};
+  const std::vector<std::string> order = {"10.json", "9.json", "Z.json",    "a.json",
+                                          "b.json",  "é.json", kFullwidthA, kEmoji};
   for (size_t taken = 1; taken <= order.size(); ++taken) {
     processOneRequest();
     EXPECT_EQ(namesIn("failed"), Names(order.begin(), order.begin() + taken));
   }
   processOneRequest();
-  EXPECT_EQ(namesIn("requests"), (Names{".json", "a.JSON", "folder.json", "notes.txt"}));
+  EXPECT_EQ(namesIn("requests"), (Names{".json", "c.JSON", "folder.json", "notes.txt"}));
 }
 
 TEST_F(RequestCycle, SilentlyDropsARequestWhoseNameIsAlreadyArchived) {
@@ -41,15 +48,16 @@ TEST_F(RequestCycle, SilentlyDropsARequestWhoseNameIsAlreadyArchived) {
 }
 
 TEST_F(RequestCycle, AnswersUnderTheRequestIdOrASafeStemAndArchivesByOutcome) {
-  // A source behind a link loop makes the file-system check itself fail.
-  fs::create_symlink(home.path() / "loop", home.path() / "loop");
-  const std::string loop = (home.path() / "loop" / "take.wav").string();
+  // A folder name over 255 bytes makes the file-system check itself fail.
+  const std::string tooLong =
+      quillmere::utf8FromPath(home.path() / std::string(300, 'n') / "t.wav");
   const char* const invalid = R"("ok":false,"message":"Invalid Quillmere spot request")";
   const std::string cases[][5] = {
       {"broken.json", "{", "broken", invalid, "failed"},
       {"a.b.json", "{", "invalid-request", invalid, "failed"},
+      {"ünï 音.json", "{", "invalid-request", invalid, "failed"},
       {"001.json", requestDocument("abc", tone()), "abc", R"("ok":true,)", "completed"},
-      {"002.json", requestDocument("abc", loop), "abc",
+      {"002.json", requestDocument("abc", tooLong), "abc",
        R"("ok":false,"message":"Quillmere source file is missing")", "failed"},
   };
   for (const auto& [file, document, id, answer, archive] : cases) {
@@ -60,7 +68,7 @@ TEST_F(RequestCycle, AnswersUnderTheRequestIdOrASafeStemAndArchivesByOutcome) {
     EXPECT_EQ(namesIn(archive.c_str()).count(file), 1u);
   }
   EXPECT_EQ(namesIn("completed"), Names{"001.json"});
-  EXPECT_EQ(logLines(), 4);
+  EXPECT_EQ(logLines(), 5);
 }
 
 }  // namespace

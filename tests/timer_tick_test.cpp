@@ -37,7 +37,8 @@ TEST_F(TimerTick, PollsBeforeTheHeartbeatAndStillBeatsWhenThePollThrows) {
 
   // A link to itself cannot be classified, so listing the queue raises a file-system error.
   std::filesystem::remove(home.bridge() / "bridge_state.json");
-  std::filesystem::create_symlink(queue("requests") / "l.json", queue("requests") / "l.json");
+  if (!testing_support::makeSymlink(queue("requests") / "l.json", queue("requests") / "l.json"))
+    GTEST_SKIP() << "no symbolic links on this platform";
   runTick(kLoad + 2s);
   EXPECT_TRUE(std::filesystem::exists(home.bridge() / "bridge_state.json"));
   EXPECT_EQ(lastQueuePoll, kLoad + 2s);

@@ -1,7 +1,8 @@
 #include "bridge/bridge_directory.h"
 
-#include <cstdlib>
 #include <system_error>
+
+#include "platform/utf8_path.h"
 
 namespace fs = std::filesystem;
 
@@ -15,9 +16,9 @@ constexpr const char* kQueueNames[] = {"requests",  "claimed", "responses",
 }  // namespace
 
 fs::path bridgeDirectory() {
-  const char* home = std::getenv("HOME");
-  if (home == nullptr || *home == '\0') return {};
-  return fs::path(home) / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
+  const fs::path home = homeDirectory();
+  if (home.empty()) return {};
+  return home / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
 }
 
 fs::path queueDirectory(const char* name) {

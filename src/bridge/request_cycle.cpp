@@ -3,10 +3,12 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "bridge/bridge_directory.h"
 #include "bridge/file_primitives.h"
 #include "bridge/report_files.h"
+#include "platform/utf8_path.h"
 #include "report/response_document.h"
 #include "spot/spot_operation.h"
 
@@ -19,12 +21,16 @@ namespace {
 // The smallest candidate name, compared byte by byte: the order of names is the order of work.
 std::optional<fs::path> firstCandidate() {
   std::optional<fs::path> first;
+  std::string firstName;
   std::error_code error;
   fs::directory_iterator entry(queueDirectory("requests"), error);
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     if (!isRequestFile(*entry)) continue;
-    if (!first || entry->path().filename().native() < first->filename().native()) {
+    // UTF-8 bytes, not the native names: on Windows those are UTF-16, which orders differently.
+    std::string name = utf8FromPath(entry->path().filename());
+    if (!first || name < firstName) {
       first = entry->path();
+      firstName = std::move(name);
     }
   }
   return first;
@@ -42,12 +48,12 @@ SpotResult carryOut(const SpotRequest& request) {
 }  // namespace
 
 bool isRequestFile(const fs::directory_entry& entry) {
-  return entry.is_regular_file() && entry.path().extension().native() == ".json";
+  return entry.is_regular_file() && utf8FromPath(entry.path().extension()) == ".json";
 }
 
 SpotRequest requestNamedAfter(const fs::path& file, const char* fallbackId) {
   SpotRequest request;
-  request.request_id = file.stem().string();
+  request.request_id = utf8FromPath(file.stem());
   if (!safeRequestId(request.request_id)) request.request_id = fallbackId;
   return request;
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/host_api.h"
+#include "platform/utf8_path.h"
 
 namespace quillmere {
 namespace {
@@ -53,7 +54,8 @@ bool currentProjectIs(const std::string& expectedPath) {
   const std::string current(buffer.begin(), std::find(buffer.begin(), buffer.end(), '\0'));
   if (current.empty()) return false;
   std::error_code error;
-  const bool same = std::filesystem::equivalent(current, expectedPath, error);
+  const bool same =
+      std::filesystem::equivalent(pathFromUtf8(current), pathFromUtf8(expectedPath), error);
   return !error && same;
 }
 
@@ -156,7 +158,9 @@ SpotResult spot(const SpotRequest& request) {
   }
   // The raising form on purpose: a missing file answers false, any other file-system error
   // leaves this function before the project is touched.
-  if (!std::filesystem::is_regular_file(request.source_path)) return sourceMissingResult(request);
+  if (!std::filesystem::is_regular_file(pathFromUtf8(request.source_path))) {
+    return sourceMissingResult(request);
+  }
   if (CountSelectedTracks(nullptr) < 1) {
     result.message = kNoSelectedTrack;
     return result;

@@ -4,11 +4,13 @@
 #include <set>
 
 #include "bridge/bridge_directory.h"
+#include "platform/utf8_path.h"
+#include "report/json_escape.h"
 #include "support/host_fixture.h"
 
 namespace testing_support {
 
-using Names = std::set<std::string>;
+using Names = std::set<std::string>;  // UTF-8 file names
 
 // A stand-in project with one selected track and the bridge's queues made in a fresh HOME.
 class BridgeTest : public HostTest {
@@ -23,7 +25,7 @@ class BridgeTest : public HostTest {
   Names namesIn(const char* folder) const {
     Names names;
     for (const auto& entry : std::filesystem::directory_iterator(queue(folder)))
-      names.insert(entry.path().filename().string());
+      names.insert(quillmere::utf8FromPath(entry.path().filename()));
     return names;
   }
   std::string response(const char* id) const { return readAll(queue("responses") / id += ".json"); }
@@ -33,12 +35,13 @@ class BridgeTest : public HostTest {
   }
   // Nothing polls between a test's own steps, so a request needs no staged rename.
   void drop(const std::string& name, const std::string& document) const {
-    writeAll(queue("requests") / name, document);
+    writeAll(queue("requests") / quillmere::pathFromUtf8(name), document);
   }
   static std::string requestDocument(const std::string& id, const std::string& sourcePath,
                                      const std::string& extraFields = "") {
     return R"({"version":3,"command":"spot","request_id":")" + id +
-           R"(","project_item_id":17,"source_path":")" + sourcePath + "\"" + extraFields + "}";
+           R"(","project_item_id":17,"source_path":")" + quillmere::jsonEscape(sourcePath) + "\"" +
+           extraFields + "}";
   }
   std::string tone() const { return HostTest::tone("tone.wav", 2.0); }
 };

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "host/host_api.h"
 #include "fake_reaper/fake_reaper.h"
+#include "host/host_api.h"
 #include "support/temp_home.h"
 
 namespace testing_support {
@@ -25,7 +25,7 @@ class HostTest : public ::testing::Test {
   static void expectSettled() {
     for (const std::string& violation : host().checkSettled()) ADD_FAILURE() << violation;
   }
-  // A tone of `seconds` written into HOME under `name`; returns its path.
+  // A tone of `seconds` written into HOME under `name`; returns its path. Both are UTF-8.
   std::string tone(const std::string& name, double seconds, int sampleRate = 8000) const;
 
   TempHome home;

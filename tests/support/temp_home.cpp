@@ -3,17 +3,43 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
+
+#include "platform/utf8_path.h"
 
 namespace fs = std::filesystem;
 
 namespace testing_support {
 
-TempHome::TempHome() {
-  if (const char* home = std::getenv("HOME")) oldHome_ = home;
-  std::string pattern = (fs::temp_directory_path() / "quillmere-test-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a HOME");
-  setHome((root_ = pattern).string());
+namespace {
+
+fs::path freshFolder() {
+  std::random_device random;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const fs::path folder =
+        fs::temp_directory_path() / ("quillmere-test-" + std::to_string(random()));
+    if (fs::create_directory(folder)) return folder;
+  }
+  throw std::runtime_error("cannot make a HOME");
+}
+
+std::optional<std::string> currentHome() {
+#if defined(_WIN32)
+  const wchar_t* home = _wgetenv(L"HOME");
+  if (home == nullptr) return std::nullopt;
+  return quillmere::utf8FromPath(home);
+#else
+  const char* home = std::getenv("HOME");
+  if (home == nullptr) return std::nullopt;
+  return std::string(home);
+#endif
+}
+
+}  // namespace
+
+TempHome::TempHome() : root_(freshFolder()), oldHome_(currentHome()) {
+  setHome(quillmere::utf8FromPath(root_));
 }
 
 TempHome::~TempHome() {
@@ -33,7 +59,18 @@ void writeAll(const fs::path& path, const std::string& contents) {
 }
 
 void setHome(const std::optional<std::string>& value) {
+#if defined(_WIN32)
+  // An empty value removes the variable, as unsetting does.
+  _wputenv((L"HOME=" + quillmere::pathFromUtf8(value.value_or("")).native()).c_str());
+#else
   value ? ::setenv("HOME", value->c_str(), 1) : ::unsetenv("HOME");
+#endif
+}
+
+bool makeSymlink(const fs::path& target, const fs::path& link) {
+  std::error_code error;
+  fs::create_symlink(target, link, error);
+  return !error;
 }
 
 }  // namespace testing_support

@@ -9,7 +9,7 @@ namespace testing_support {
 // A fresh folder set as HOME for one test; HOME and the working folder are restored after.
 class TempHome {
   std::filesystem::path root_, oldCwd_ = std::filesystem::current_path();
-  std::optional<std::string> oldHome_;
+  std::optional<std::string> oldHome_;  // UTF-8
 
  public:
   TempHome();
@@ -24,7 +24,11 @@ class TempHome {
 std::string readAll(const std::filesystem::path& path);
 void writeAll(const std::filesystem::path& path, const std::string& contents);
 
-// Sets or unsets HOME ("nullopt" unsets).
+// Sets HOME to UTF-8 bytes, or unsets it ("nullopt" unsets).
 void setHome(const std::optional<std::string>& value);
+
+// Makes `link` a symbolic link to `target`; false where the platform cannot (MinGW's library
+// makes no links, and Windows allows them only to some users).
+bool makeSymlink(const std::filesystem::path& target, const std::filesystem::path& link);
 
 }  // namespace testing_support

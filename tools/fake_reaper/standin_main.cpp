@@ -15,6 +15,7 @@
 
 #include "fake_reaper/fake_reaper.h"
 #include "fake_reaper/module_loader.h"
+#include "fake_reaper/utf8_arguments.h"
 
 namespace {
 
@@ -69,11 +70,11 @@ bool parseSelection(const std::string& text, std::vector<int>& selected) {
 }
 
 // Fills `options`; an empty string on success, otherwise what was wrong.
-std::string parseOptions(int argc, char** argv, Options& options) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string flag = argv[i];
-    if (i + 1 >= argc) return flag + " needs a value";
-    const std::string value = argv[++i];
+std::string parseOptions(const std::vector<std::string>& arguments, Options& options) {
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    const std::string& flag = arguments[i];
+    if (i + 1 >= arguments.size()) return flag + " needs a value";
+    const std::string& value = arguments[++i];
     double seconds = 0.0;
     if (flag == "--module") {
       options.module = value;
@@ -160,7 +161,7 @@ void runTimer(const Options& options, Progress& progress) {
 
 int main(int argc, char** argv) {
   Options options;
-  const std::string problem = parseOptions(argc, argv, options);
+  const std::string problem = parseOptions(fake_reaper::utf8Arguments(argc, argv), options);
   if (!problem.empty()) {
     std::cerr << "quillmere_standin: " << problem << "\n" << kUsage;
     return 2;

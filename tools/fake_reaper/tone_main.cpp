@@ -5,8 +5,10 @@
 #include <locale>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "fake_reaper/fake_reaper.h"
+#include "fake_reaper/utf8_arguments.h"
 
 namespace {
 
@@ -27,17 +29,18 @@ bool parseRate(const std::string& text, int& value) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const std::vector<std::string> arguments = fake_reaper::utf8Arguments(argc, argv);
   double seconds = 0.0;
   int rate = 48000;
-  if (argc < 3 || argc > 4 || !parseSeconds(argv[2], seconds) ||
-      (argc == 4 && !parseRate(argv[3], rate))) {
+  if (arguments.size() < 3 || arguments.size() > 4 || !parseSeconds(arguments[2], seconds) ||
+      (arguments.size() == 4 && !parseRate(arguments[3], rate))) {
     std::cerr << "usage: quillmere_tone <path> <seconds> [sample-rate]\n"
                  "  seconds: a number, 0 or more; sample-rate: a whole number above 0 (48000)\n";
     return 1;
   }
-  if (!fake_reaper::writeTestTone(argv[1], seconds, rate)) {
-    std::cerr << "quillmere_tone: cannot write a " << argv[2] << " s tone at " << rate << " Hz to "
-              << argv[1] << "\n";
+  if (!fake_reaper::writeTestTone(arguments[1], seconds, rate)) {
+    std::cerr << "quillmere_tone: cannot write a " << arguments[2] << " s tone at " << rate
+              << " Hz to " << arguments[1] << "\n";
     return 1;
   }
   return 0;
