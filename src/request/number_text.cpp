@@ -265,6 +265,8 @@ bool readSmallDecimal(const char* first, const char* end, std::int64_t scale, do
                                             1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                             1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
   constexpr std::uint64_t kExactIntegers = std::uint64_t{1} << (kMantissaBits + 1);
+  // Trailing zeros do not change 0.D * 10^scale.
+  while (end[-1] == '0' || end[-1] == '.') --end;
   std::uint64_t mantissa = 0;
   int count = 0;
   for (const char* p = first; p < end; ++p) {
