@@ -108,16 +108,14 @@ class Decimal {
     trim();
     if (count_ == 0 || point_ < -330) return 0;
     if (point_ > 310) return kInfinityBits;
-    static constexpr int kBitsPerStep[] = {1, 3, 6, 9, 13, 16, 19, 23, 26};
-    constexpr std::int64_t kSteps = sizeof kBitsPerStep / sizeof kBitsPerStep[0];
     std::int64_t exponent = 0;
     while (point_ > 0) {
-      const int n = point_ >= kSteps ? 27 : kBitsPerStep[point_];
+      const int n = stepFor(point_);
       shift(-n);
       exponent += n;
     }
     while (point_ < 0 || (point_ == 0 && digits_[0] < 5)) {
-      const int n = -point_ >= kSteps ? 27 : kBitsPerStep[-point_];
+      const int n = stepFor(-point_);
       shift(n);
       exponent -= n;
     }
@@ -143,6 +141,12 @@ class Decimal {
  private:
   // Up to 60 bits at a time keeps every intermediate below 10 * 2^60 < 2^64.
   static constexpr int kMaxShift = 60;
+
+  // A shift by about as many bits as `digits` decimal digits, at most one step, at least one bit.
+  static int stepFor(std::int64_t digits) {
+    if (digits == 0) return 1;
+    return digits >= 19 ? kMaxShift : static_cast<int>(digits * 3322 / 1000);
+  }
 
   void shift(int k) {
     for (; k > kMaxShift; k -= kMaxShift) shiftLeft(kMaxShift);
