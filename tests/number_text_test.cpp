@@ -12,12 +12,13 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "request/json_fields.h"
 
 #ifdef __GLIBC__
 #include <locale.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -413,8 +414,10 @@ class CommaNumericLocale {
 
  private:
   void compile() {
-    char pattern[] = "/tmp/quillmere-locale-XXXXXX";
-    if (!mkdtemp(pattern)) {
+    std::error_code error;
+    std::string pattern =
+        (std::filesystem::temp_directory_path(error) / "quillmere-locale-XXXXXX").string();
+    if (error || !mkdtemp(pattern.data())) {
       failure_ = "no comma locale installed and no folder to compile one in";
       return;
     }
