@@ -43,6 +43,34 @@ void BM_StrtodTypicalNumbers(benchmark::State& state) {
 BENCHMARK(BM_StrtodTypicalNumbers);
 #endif
 
+// Seventeen significant digits, as a writer of shortest round-trip doubles gives them.
+const std::vector<std::string> kLongest = {"0.30000000000000004", "12.345678901234567",
+                                           "1234.5678901234567", "-6.0205999132796242",
+                                           "0.041666666666666664"};
+
+void BM_ReadLongestShortestDoubles(benchmark::State& state) {
+  for (auto _ : state)
+    for (const std::string& text : kLongest)
+      benchmark::DoNotOptimize(quillmere::readNumber(text.data(), text.data() + text.size()));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kLongest.size()));
+}
+BENCHMARK(BM_ReadLongestShortestDoubles);
+
+#ifdef __GLIBC__
+void BM_StrtodLongestShortestDoubles(benchmark::State& state) {
+  const locale_t classic = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  for (auto _ : state)
+    for (const std::string& text : kLongest) {
+      char* end = nullptr;
+      benchmark::DoNotOptimize(strtod_l(text.c_str(), &end, classic));
+      benchmark::DoNotOptimize(end);
+    }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kLongest.size()));
+  freelocale(classic);
+}
+BENCHMARK(BM_StrtodLongestShortestDoubles);
+#endif
+
 // Texts that take the slow path: many digits, far exponents, a long halfway case.
 const std::vector<std::string> kHard = {"0.1000000000000000055511151231257827021181583404541015625",
                                         "2.2250738585072011e-308",
