@@ -1,37 +1,12 @@
 #include "request/json_fields.h"
 
-#include <locale.h>
-#include <stdlib.h>
 #include <cmath>
-#ifdef __APPLE__
-#include <xlocale.h>
-#endif
+
+#include "request/number_text.h"
 
 namespace quillmere {
 
 namespace {
-
-// The host may run under a numeric locale with a decimal comma; the request's numbers are
-// always written with a point.
-#ifdef _WIN32
-using NumericLocale = _locale_t;
-NumericLocale classicNumericLocale() {
-  static const NumericLocale locale = _create_locale(LC_NUMERIC, "C");
-  return locale;
-}
-double classicStrtod(const char* start, char** end, NumericLocale locale) {
-  return _strtod_l(start, end, locale);
-}
-#else
-using NumericLocale = locale_t;
-NumericLocale classicNumericLocale() {
-  static const NumericLocale locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  return locale;
-}
-double classicStrtod(const char* start, char** end, NumericLocale locale) {
-  return strtod_l(start, end, locale);
-}
-#endif
 
 bool isValueSpace(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
@@ -122,14 +97,10 @@ std::optional<std::string> jsonString(const std::string& text, const std::string
 std::optional<double> jsonNumber(const std::string& text, const std::string& key) {
   const std::optional<std::uint64_t> start = valueStart(text, key);
   if (!start) return std::nullopt;
-  const NumericLocale locale = classicNumericLocale();
-  if (!locale) return std::nullopt;
-  // The conversion may run past the value into the rest of the document; c_str() ends it.
-  const char* begin = text.c_str() + *start;
-  char* end = nullptr;
-  const double value = classicStrtod(begin, &end, locale);
-  if (end == begin || !std::isfinite(value)) return std::nullopt;
-  return value;
+  // The conversion may run past the value into the rest of the document.
+  const NumberText number = readNumber(text.data() + *start, text.data() + text.size());
+  if (number.consumed == 0 || !std::isfinite(number.value)) return std::nullopt;
+  return number.value;
 }
 
 std::optional<bool> jsonBool(const std::string& text, const std::string& key) {

@@ -1,0 +1,466 @@
+#include "request/number_text.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <optional>
+#include <random>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "request/json_fields.h"
+
+#ifdef __GLIBC__
+#include <locale.h>
+
+#include <filesystem>
+#include <fstream>
+#endif
+
+namespace {
+
+using quillmere::NumberText;
+using quillmere::readNumber;
+
+constexpr std::size_t kWhole = std::string::npos;
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+std::uint64_t bitsOf(double value) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  return bits;
+}
+
+NumberText read(const std::string& text) {
+  return readNumber(text.data(), text.data() + text.size());
+}
+
+struct Case {
+  std::string text;
+  double value;
+  std::size_t consumed;
+};
+
+void expectReads(const Case& c) {
+  SCOPED_TRACE("text \"" + c.text + "\"");
+  const NumberText number = read(c.text);
+  EXPECT_EQ(number.consumed, c.consumed == kWhole ? c.text.size() : c.consumed);
+  EXPECT_EQ(bitsOf(number.value), bitsOf(c.value))
+      << std::hexfloat << number.value << " instead of " << c.value;
+}
+
+// Decimal digits of start * factor^times, by schoolbook multiplication.
+std::string multiplied(const std::string& start, int factor, int times) {
+  std::string digits = start;
+  for (int i = 0; i < times; ++i) {
+    int carry = 0;
+    for (auto it = digits.rbegin(); it != digits.rend(); ++it) {
+      const int product = (*it - '0') * factor + carry;
+      *it = static_cast<char>('0' + product % 10);
+      carry = product / 10;
+    }
+    for (; carry > 0; carry /= 10)
+      digits.insert(digits.begin(), static_cast<char>('0' + carry % 10));
+  }
+  return digits;
+}
+
+// The exact decimal text of mantissa * 2^-exponent.
+std::string exactFraction(const std::string& mantissa, int exponent) {
+  std::string digits = multiplied(mantissa, 5, exponent);
+  if (digits.size() <= static_cast<std::size_t>(exponent))
+    digits.insert(0, static_cast<std::size_t>(exponent) - digits.size(), '0');
+  digits.insert(digits.size() - static_cast<std::size_t>(exponent), ".");
+  return digits;
+}
+
+TEST(NumberText, ReadsTheFormsStrtodReadsAndConsumesWhatItConsumes) {
+  const Case cases[] = {
+      {"0x1A", 26.0, kWhole},
+      {"0X1aP3", 208.0, kWhole},
+      {"0x1.8p1", 3.0, kWhole},
+      {"0x.8", 0.5, kWhole},
+      {" +0x.8p-1,", 0.25, 9},
+      {"-0x1P-2", -0.25, kWhole},
+      {"0x", 0.0, 1},
+      {"0x.", 0.0, 1},
+      {"0x.p1", 0.0, 1},
+      {"-0xg", -0.0, 2},
+      {"0x1p", 1.0, 3},
+      {"0x1p+", 1.0, 3},
+      {"0x1.p1", 2.0, kWhole},
+      {"1e", 1.0, 1},
+      {"1e+", 1.0, 1},
+      {"1.e", 1.0, 2},
+      {"1.e5", 1e5, kWhole},
+      {"1e5e6", 1e5, 3},
+      {"1.5e+-3", 1.5, 3},
+      {"1.2.3", 1.2, 3},
+      {"+.5", 0.5, kWhole},
+      {"5.", 5.0, kWhole},
+      {"-0", -0.0, kWhole},
+      {"+0", 0.0, kWhole},
+      {"-0.000e-999999", -0.0, kWhole},
+      {" \t\n\v\f\r7", 7.0, kWhole},
+      {"12abc", 12.0, 2},
+      {"0000000000000000000000000000001.5", 1.5, kWhole},
+      {"0." + std::string(40, '0') + "15e41", 1.5, kWhole},
+      {"0x00000000000000000000000000001p0", 1.0, kWhole},
+      {"1e999", kInfinity, kWhole},
+      {"-1e999", -kInfinity, kWhole},
+      {"0x1p1024", kInfinity, kWhole},
+      {"1e-999", 0.0, kWhole},
+      {"-1e-999", -0.0, kWhole},
+      {"1e-99999999999999999999999999", 0.0, kWhole},
+      {"0e99999999999999999999999999", 0.0, kWhole},
+  };
+  for (const Case& c : cases) expectReads(c);
+}
+
+TEST(NumberText, ConsumesNothingWhereStrtodFindsNoNumberOrSpellsOutInfinityOrNan) {
+  for (const std::string text : {"",
+                                 "   ",
+                                 ".",
+                                 "-",
+                                 "+",
+                                 "- 1",
+                                 "+-1",
+                                 "--1",
+                                 "e5",
+                                 ".e5",
+                                 "x1",
+                                 "\"3\"",
+                                 "inf",
+                                 "-INF",
+                                 "infinity",
+                                 "+Infinity",
+                                 "nan",
+                                 "NAN(123)",
+                                 "-nan",
+                                 "\xa0"
+                                 "1",
+                                 "\x85"
+                                 "1"}) {
+    SCOPED_TRACE("text \"" + text + "\"");
+    EXPECT_EQ(read(text).consumed, 0u);
+  }
+}
+
+TEST(NumberText, RoundsHalfwayCasesToEvenAndAnythingBeyondAwayFromThem) {
+  const Case cases[] = {
+      {"9007199254740993", 0x1p53, kWhole},
+      {"9007199254740995", 9007199254740996.0, kWhole},
+      {"9007199254740993.00000000000000000000001", 9007199254740994.0, kWhole},
+      {"9007199254740992.99999999999999999999999", 0x1p53, kWhole},
+      {"1.00000000000000011102230246251565404236316680908203125", 1.0, kWhole},
+      {"1.00000000000000011102230246251565404236316680908203126", 0x1.0000000000001p0, kWhole},
+      {"1.00000000000000011102230246251565404236316680908203124", 1.0, kWhole},
+      {"1.00000000000000033306690738754696212708950042724609375", 0x1.0000000000002p0, kWhole},
+      {"0x1.00000000000008p0", 1.0, kWhole},
+      {"0x1.000000000000080000000000000001p0", 0x1.0000000000001p0, kWhole},
+      {"0x1.00000000000018p0", 0x1.0000000000002p0, kWhole},
+      {"0x1.00000000000017ffffffffffffffffp0", 0x1.0000000000001p0, kWhole},
+      {"0.1", 0x1.999999999999ap-4, kWhole},
+      {"0.3", 0x1.3333333333333p-2, kWhole},
+      {"123456789012345678901234567890", 0x1.8ee90ff6c373ep+96, kWhole},
+  };
+  for (const Case& c : cases) expectReads(c);
+}
+
+TEST(NumberText, ReadsTheEdgesOfTheDoubleRangeExactly) {
+  const Case cases[] = {
+      {"1.7976931348623157e308", DBL_MAX, kWhole},
+      {"1.7976931348623158e308", DBL_MAX, kWhole},
+      {"1.7976931348623159e308", kInfinity, kWhole},
+      {"0x1.fffffffffffff7ffffp1023", DBL_MAX, kWhole},
+      {"0x1.fffffffffffff8p1023", kInfinity, kWhole},
+      {"2.2250738585072014e-308", DBL_MIN, kWhole},
+      {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022, kWhole},
+      {"2.2250738585072012e-308", DBL_MIN, kWhole},
+      {"0x1.fffffffffffff8p-1023", DBL_MIN, kWhole},
+      {"0x1.fffffffffffffp-1023", DBL_MIN, kWhole},
+      {"0x1.ffffffffffffe8p-1023", 0x0.fffffffffffffp-1022, kWhole},
+      {"4.9406564584124654e-324", 0x1p-1074, kWhole},
+      {"-4.9406564584124654e-324", -0x1p-1074, kWhole},
+      {"2.4703282292062327e-324", 0.0, kWhole},
+      {"2.4703282292062328e-324", 0x1p-1074, kWhole},
+      {"7.4109846876186982e-324", 0x1p-1073, kWhole},
+      {"0x1p-1074", 0x1p-1074, kWhole},
+      {"0x1p-1075", 0.0, kWhole},
+      {"0x1.0000000000001p-1075", 0x1p-1074, kWhole},
+      {"0x1.8p-1074", 0x1p-1073, kWhole},
+      {"0x3p-1076", 0x1p-1074, kWhole},
+      {"0x1p-1076", 0.0, kWhole},
+  };
+  for (const Case& c : cases) expectReads(c);
+}
+
+TEST(NumberText, DecidesHalfwayCasesOnTheirLastDigitHoweverLongTheyAre) {
+  // 2^-1075 lies halfway between zero and the smallest subnormal; 2^1024 - 2^970 halfway between
+  // the largest double and the first value that no longer fits.
+  const std::string tiny = exactFraction("1", 1075);
+  const std::string threeTiny = exactFraction("3", 1075);
+  const std::string huge = multiplied("18014398509481983", 2, 970);
+  std::string belowHuge = huge;
+  belowHuge.back() = static_cast<char>(belowHuge.back() - 1);
+  const Case cases[] = {
+      {tiny, 0.0, kWhole},
+      {tiny + "1", 0x1p-1074, kWhole},
+      {tiny + std::string(2000, '0') + "1", 0x1p-1074, kWhole},
+      {tiny + std::string(2000, '0'), 0.0, kWhole},
+      {"-" + tiny + "000000000000000000000001", -0x1p-1074, kWhole},
+      {threeTiny, 0x1p-1073, kWhole},
+      {huge, kInfinity, kWhole},
+      {belowHuge, DBL_MAX, kWhole},
+      {belowHuge + "." + std::string(3000, '9'), DBL_MAX, kWhole},
+      {huge.substr(0, 1) + "." + huge.substr(1) + "e308", kInfinity, kWhole},
+  };
+  for (const Case& c : cases) expectReads(c);
+}
+
+TEST(NumberText, ReadsMillionDigitMantissasAndExponentsToTheEnd) {
+  const std::string zeros(1000000, '0');
+  const std::string nines(1000000, '9');
+  const Case cases[] = {
+      {"1" + zeros + "e-1000000", 1.0, kWhole},
+      {"0." + zeros + "15e1000001", 1.5, kWhole},
+      {"1." + zeros + "1", 1.0, kWhole},
+      {"1e" + nines, kInfinity, kWhole},
+      {"1e-" + nines, 0.0, kWhole},
+      {"0e" + nines, 0.0, kWhole},
+      {"0x1" + zeros + "p-4000000", 1.0, kWhole},
+      {"0x0." + zeros + "1p4000004", 1.0, kWhole},
+      {"0x1p" + nines, kInfinity, kWhole},
+  };
+  for (const Case& c : cases) expectReads(c);
+}
+
+#ifdef __GLIBC__
+
+bool spelledOut(const std::string& text) {
+  std::size_t i = text.find_first_not_of(" \t\n\v\f\r");
+  if (i == std::string::npos) return false;
+  if (text[i] == '+' || text[i] == '-') ++i;
+  return i < text.size() && (text[i] == 'i' || text[i] == 'I' || text[i] == 'n' || text[i] == 'N');
+}
+
+class RandomNumberTexts {
+ public:
+  explicit RandomNumberTexts(std::uint64_t seed) : random_(seed) {}
+
+  std::string next() {
+    switch (below(6)) {
+      case 0:
+        return scrambled();
+      case 1:
+        return decimal();
+      case 2:
+        return printedDouble();
+      case 3:
+        return hex();
+      case 4:
+        return below(8) == 0 ? halfway() : decimal();
+      default:
+        return spaced(decimal());
+    }
+  }
+
+ private:
+  std::uint64_t below(std::uint64_t bound) { return random_() % bound; }
+
+  double anyFiniteDouble() {
+    for (;;) {
+      std::uint64_t bits = random_();
+      // Favour the subnormal and smallest normal range, where rounding is hardest.
+      if (below(4) == 0) bits &= (std::uint64_t{1} << 53) - 1;
+      double value;
+      std::memcpy(&value, &bits, sizeof value);
+      if (std::isfinite(value)) return value;
+    }
+  }
+
+  std::string digits(std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) text += static_cast<char>('0' + below(10));
+    return text;
+  }
+
+  std::string sign() { return std::string(below(3) == 0 ? "-" : below(4) == 0 ? "+" : ""); }
+
+  std::string scrambled() {
+    static const char kAlphabet[] = "0123456789.eEpPxX+-aAfFinNIT \t\f,";
+    std::string text;
+    for (std::uint64_t n = below(12); n > 0; --n) text += kAlphabet[below(sizeof kAlphabet - 1)];
+    return text;
+  }
+
+  std::string decimal() {
+    std::string mantissa = std::string(below(4) == 0 ? below(30) : 0, '0') + digits(1 + below(25));
+    if (below(2) == 0) mantissa.insert(below(mantissa.size() + 1), ".");
+    std::string text = sign() + mantissa;
+    if (below(2) == 0) {
+      text += below(2) == 0 ? "e" : "E";
+      text += sign() + std::to_string(below(below(4) == 0 ? 800 : 40));
+    }
+    return text;
+  }
+
+  std::string printedDouble() {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*e", static_cast<int>(below(20)), anyFiniteDouble());
+    return sign() + text;
+  }
+
+  std::string hex() {
+    std::string mantissa;
+    for (std::uint64_t n = 1 + below(20); n > 0; --n)
+      mantissa += "0123456789abcdefABCDEF"[below(22)];
+    if (below(2) == 0) mantissa.insert(below(mantissa.size() + 1), ".");
+    std::string text = sign() + (below(2) == 0 ? "0x" : "0X") + mantissa;
+    if (below(4) != 0) text += (below(2) == 0 ? "p" : "P") + sign() + std::to_string(below(1200));
+    return text;
+  }
+
+  // The exact midpoint between two neighbouring doubles, nudged a little up or down or not at all.
+  std::string halfway() {
+    const double low = anyFiniteDouble();
+    const double high = std::nextafter(std::fabs(low), kInfinity);
+    char text[1200];
+    std::snprintf(text, sizeof text, "%.800Le",
+                  (static_cast<long double>(std::fabs(low)) + high) / 2);
+    std::string number = text;
+    const std::size_t e = number.find('e');
+    std::string mantissa = number.substr(0, e);
+    mantissa.erase(mantissa.find_last_not_of('0') + 1);
+    switch (below(4)) {
+      case 1:
+        mantissa += std::string(below(900), '0') + "1";
+        break;
+      case 2:
+        mantissa.back() = static_cast<char>(mantissa.back() - 1);
+        mantissa += digits(below(40));
+        break;
+      case 3:
+        mantissa += std::string(below(100), '0');
+        break;
+    }
+    return sign() + mantissa + number.substr(e);
+  }
+
+  std::string spaced(const std::string& text) {
+    static const char kSpaces[] = " \t\n\v\f\r";
+    return std::string(1, kSpaces[below(6)]) + text + (below(2) == 0 ? "," : "}");
+  }
+
+  std::mt19937_64 random_;
+};
+
+TEST(NumberText, AgreesWithGlibcBitForBitOnRandomNumberTexts) {
+  static_assert(std::numeric_limits<long double>::digits >= 54, "midpoints need a wider type");
+  std::uint64_t seed = 20261123;
+  if (const char* chosen = std::getenv("QUILLMERE_NUMBER_SEED"))
+    seed = std::strtoull(chosen, nullptr, 10);
+  SCOPED_TRACE("seed " + std::to_string(seed) + " (QUILLMERE_NUMBER_SEED repeats it)");
+  const locale_t classic = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  ASSERT_NE(classic, static_cast<locale_t>(0));
+  RandomNumberTexts texts(seed);
+  int failures = 0;
+  for (int i = 0; i < 300000 && failures < 10; ++i) {
+    const std::string text = texts.next();
+    char* end = nullptr;
+    const double expected = strtod_l(text.c_str(), &end, classic);
+    const std::size_t consumed =
+        spelledOut(text) ? 0 : static_cast<std::size_t>(end - text.c_str());
+    const NumberText number = read(text);
+    const bool same =
+        number.consumed == consumed && (consumed == 0 || bitsOf(number.value) == bitsOf(expected));
+    if (!same) {
+      ++failures;
+      ADD_FAILURE() << "text #" << i << " \"" << text << "\": glibc " << std::hexfloat << expected
+                    << " from " << consumed << " bytes, ours " << number.value << " from "
+                    << number.consumed;
+    }
+  }
+  freelocale(classic);
+}
+
+// Makes the C library's numeric locale one with a decimal comma while it lives, compiling a
+// minimal one when no such locale is installed.
+class CommaNumericLocale {
+ public:
+  CommaNumericLocale() {
+    previous_ = setlocale(LC_NUMERIC, nullptr);
+    for (const char* name :
+         {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE", "fr_FR"})
+      if (setlocale(LC_NUMERIC, name)) return;
+    compile();
+  }
+  ~CommaNumericLocale() {
+    setlocale(LC_NUMERIC, previous_.c_str());
+    if (!folder_.empty()) {
+      std::error_code ignored;
+      std::filesystem::remove_all(folder_, ignored);
+      unsetenv("LOCPATH");
+    }
+  }
+  const std::string& failure() const { return failure_; }
+
+ private:
+  void compile() {
+    std::error_code error;
+    std::string pattern =
+        (std::filesystem::temp_directory_path(error) / "quillmere-locale-XXXXXX").string();
+    if (error || !mkdtemp(pattern.data())) {
+      failure_ = "no comma locale installed and no folder to compile one in";
+      return;
+    }
+    folder_ = pattern;
+    std::ofstream(folder_ / "comma.src") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
+                                            "grouping 3;3\nEND LC_NUMERIC\n";
+    const std::string command = "localedef -c -f ANSI_X3.4-1968 -i '" +
+                                (folder_ / "comma.src").string() + "' '" +
+                                (folder_ / "comma").string() + "' >/dev/null 2>&1";
+    // localedef exits 1 for the categories a minimal definition leaves out.
+    const int status = std::system(command.c_str());
+    setenv("LOCPATH", folder_.c_str(), 1);
+    if (!setlocale(LC_NUMERIC, "comma"))
+      failure_ = "no comma locale installed, and localedef could not make one (exit status " +
+                 std::to_string(status) + ")";
+  }
+
+  std::string previous_;
+  std::filesystem::path folder_;
+  std::string failure_;
+};
+
+TEST(NumberText, ReadsTheSameNumbersUnderADecimalCommaCLocale) {
+  CommaNumericLocale comma;
+  if (!comma.failure().empty()) GTEST_SKIP() << comma.failure();
+  ASSERT_STREQ(localeconv()->decimal_point, ",");
+  const std::pair<std::string, std::optional<double>> cases[] = {
+      {"1.5", 1.5}, {"-0.25,", -0.25}, {"2.5e1}", 25.0},
+      {"1,5", 1.0}, {"0x1.8p1", 3.0},  {",5", std::nullopt}};
+  for (const auto& [value, expected] : cases)
+    EXPECT_EQ(quillmere::jsonNumber(R"({"n":)" + value, "n"), expected) << value;
+}
+
+#else
+
+TEST(NumberText, AgreesWithGlibcBitForBitOnRandomNumberTexts) {
+  GTEST_SKIP() << "glibc's strtod_l is the reference, and this is not glibc";
+}
+
+TEST(NumberText, ReadsTheSameNumbersUnderADecimalCommaCLocale) {
+  GTEST_SKIP() << "making a comma locale needs glibc's localedef, and this is not glibc";
+}
+
+#endif
+
+}  // namespace
