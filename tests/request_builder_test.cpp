@@ -20,14 +20,26 @@ SpotSettings settingsWithName(const std::string& name) {
 
 TEST(RequestBuilder, ValuesThatCouldPassForKeyNamesAreReadBackExactly) {
   const std::vector<std::string> names = {
-      "gain_db",        "source_path",   "request_id", "a\"gain_db",
-      "\"version\":9,", "back\\slash\"", "tab\there",  "line\nfeed",
-      "Kick 01",        "当前工程",      "",           "\x7f\x01",
+      "gain_db",
+      "playback_rate",
+      "visible_length_seconds",
+      "a\"full_handles",
+      "\"version\":9,",
+      "back\\slash\"",
+      "tab\there",
+      "line\nfeed",
+      "Kick 01",
+      "当前工程",
+      "",
+      "\x7f\x01",
   };
   for (const std::string& name : names) {
     SCOPED_TRACE(name);
     SpotSettings settings = settingsWithName(name);
     settings.gainDb = -6.5;
+    settings.playbackRate = 1.5;
+    settings.fullHandles = true;
+    settings.visibleLengthSeconds = 0.75;
     settings.sourcePath = "/Audio/\"gain_db\"/" + name + ".wav";
     const BuiltRequest built = buildSpotRequest(settings);
     ASSERT_EQ(built.problem, "");
