@@ -175,7 +175,7 @@ FolderScan scanFolder(const fs::path& folder) {
       ++scan.passedOver;
       continue;
     }
-    if (path.extension().native() == ".json") {
+    if (path.extension() == ".json") {
       scan.documents.push_back(path.filename().string());
       std::error_code sizeError;
       const std::uintmax_t size = fs::file_size(path, sizeError);
