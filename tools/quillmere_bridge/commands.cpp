@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <iostream>
+#include <sstream>
 #include <thread>
 
 #include "quillmere_bridge/bridge_reader.h"
@@ -70,18 +71,21 @@ class ProgressLine {
     if (!shown_) return;
     static const char kSpinner[] = "|/-\\";
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(waited).count();
-    std::cerr << "\r" << kSpinner[(ms / 100) % 4] << " waiting for REAPER: " << stage << ", "
-              << ms / 1000 << "." << (ms / 100) % 10 << " s \x1b[K" << std::flush;
-    drawn_ = true;
+    std::ostringstream line;
+    line << kSpinner[(ms / 100) % 4] << " waiting for REAPER: " << stage << ", " << ms / 1000 << "."
+         << (ms / 100) % 10 << " s";
+    if (line.str() == last_) return;  // redrawn a tenth of a second at a time
+    last_ = line.str();
+    std::cerr << "\r" << last_ << " \x1b[K" << std::flush;
   }
   void clear() {
-    if (drawn_) std::cerr << "\r\x1b[K" << std::flush;
-    drawn_ = false;
+    if (!last_.empty()) std::cerr << "\r\x1b[K" << std::flush;
+    last_.clear();
   }
 
  private:
   bool shown_;
-  bool drawn_ = false;
+  std::string last_;
 };
 
 // Drops the document, waits and reports; the exit code.
