@@ -1,0 +1,98 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bridge_tool {
+
+// A heartbeat older than this means the extension is not running: it writes one every second.
+constexpr std::chrono::seconds kAliveWithin{5};
+// A temporary file this old was left by a writer that stopped half-way.
+constexpr std::chrono::seconds kStaleTemporaryAge{60};
+// The extension does not read request documents larger than this.
+constexpr std::uintmax_t kMaxDocumentBytes = 16u * 1024u * 1024u;
+
+// The bridge folder: --bridge when given, otherwise where the extension puts it for this HOME
+// (the working folder when HOME is unset or empty).
+std::filesystem::path locateBridge(const std::optional<std::string>& bridgeOption);
+
+// How a path reads for a person: "." for the working folder.
+std::string shownPath(const std::filesystem::path& path);
+
+struct Heartbeat {
+  enum class Reading { Missing, NotAFile, Unreadable, Read } reading = Reading::Missing;
+  std::string problem;  // why it is unreadable
+  std::int64_t timestampMs = 0;
+  std::optional<std::string> extensionVersion;
+  std::optional<std::int64_t> selectedTracks;
+  std::optional<double> cursor;
+  std::optional<std::string> mediaPath;
+};
+
+Heartbeat readHeartbeat(const std::filesystem::path& bridge);
+
+std::int64_t nowMs();  // wall clock, milliseconds since the Unix epoch
+
+// Alive: read, and written no more than kAliveWithin ago (a time stamp ahead of the clock counts).
+bool isAlive(const Heartbeat& heartbeat, std::int64_t nowMs);
+
+// One folder of the bridge, looked at once.
+struct FolderScan {
+  bool exists = false;
+  std::vector<std::string> documents;  // regular ".json" files, sorted byte by byte
+  int oversized = 0;                   // documents over kMaxDocumentBytes
+  int temporaries = 0;                 // other regular files
+  int staleTemporaries = 0;            // of those, older than kStaleTemporaryAge
+  int passedOver = 0;  // entries that are not regular files or whose type cannot be read
+};
+
+FolderScan scanFolder(const std::filesystem::path& folder);
+
+// Stale "*.tmp" files beside the bridge's own top-level files.
+int staleTopLevelTemporaries(const std::filesystem::path& bridge);
+
+struct LogEntry {
+  bool readable = false;
+  std::int64_t timestampMs = 0;
+  std::string requestId;
+  bool ok = false;
+  std::string message;
+  std::string raw;  // the line as it stands, for unreadable ones
+};
+
+LogEntry parseLogLine(const std::string& line);
+
+struct LogTail {
+  enum class Reading { Missing, NotAFile, Unreadable, Read } reading = Reading::Missing;
+  std::vector<LogEntry> entries;
+  std::uintmax_t endOffset = 0;  // just behind the last complete line read
+};
+
+// The last `count` complete lines of delivery.log. Never opens anything but a regular file, so a
+// FIFO standing there cannot block.
+LogTail readLogTail(const std::filesystem::path& bridge, std::size_t count);
+
+// Reads the lines appended to delivery.log since the last call, from `offset` at first.
+// A log that shrank or was replaced is read again from its start.
+class LogFollower {
+ public:
+  LogFollower(std::filesystem::path log, std::uintmax_t offset);
+  std::vector<LogEntry> newEntries();
+
+ private:
+  std::filesystem::path log_;
+  std::uintmax_t offset_ = 0;
+};
+
+// The text with every byte that is not part of valid UTF-8 replaced by a question mark: the
+// extension copies paths byte for byte, and the JSON reader refuses what is not UTF-8.
+std::string withValidUtf8(const std::string& text);
+
+// Reads a whole regular file of at most `limit` bytes; empty when it is not one or cannot be read.
+std::optional<std::string> readRegularFile(const std::filesystem::path& path, std::uintmax_t limit);
+
+}  // namespace bridge_tool
