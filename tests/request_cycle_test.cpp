@@ -13,11 +13,13 @@ namespace {
 class RequestCycle : public BridgeTest {};
 
 TEST_F(RequestCycle, TakesOneJsonFilePerCallInByteOrderOfNamesAndLeavesTheRestAlone) {
-  for (const char* name :
-       {"b.json", "a.json", "Z.json", "9.json", "10.json", "a.JSON", ".json", "notes.txt"})
+  // Bytes compare unsigned: the UTF-8 name sorts after every ASCII one.
+  for (const char* name : {"b.json", "\xc3\xa9.json", "a.json", "Z.json", "9.json", "10.json",
+                           "..json", "a.JSON", ".json", "notes.txt"})
     drop(name, "{");
   fs::create_directories(queue("requests") / "folder.json");
-  const std::vector<std::string> order = {"10.json", "9.json", "Z.json", "a.json", "b.json"};
+  const std::vector<std::string> order = {"..json", "10.json", "9.json",       "Z.json",
+                                          "a.json", "b.json",  "\xc3\xa9.json"};
   for (size_t taken = 1; taken <= order.size(); ++taken) {
     processOneRequest();
     EXPECT_EQ(namesIn("failed"), Names(order.begin(), order.begin() + taken));
