@@ -1,6 +1,7 @@
 #include "bridge/claim_recovery.h"
 
 #include "support/bridge_fixture.h"
+#include "support/folder_events.h"
 
 using namespace testing_support;
 
@@ -26,6 +27,20 @@ TEST_F(ClaimRecovery, FailsEveryClaimedRequestWithoutCarryingItOut) {
   EXPECT_EQ(namesIn("claimed"), Names{"notes.txt"});
   EXPECT_EQ(logLines(), 3);
   EXPECT_TRUE(host().allItems().empty());
+}
+
+TEST_F(ClaimRecovery, AnswersAndLogsEachClaimBeforeAWatcherSeesItLeave) {
+  for (const char* name : {"a.json", "b.json", "c.json"}) writeAll(queue("claimed") / name, "{");
+  FolderEvents events(home.bridge());
+  quillmere::failInterruptedClaims();
+  const std::vector<std::string> seen = events.take();
+  ASSERT_EQ(seen.size(), 9u);
+  for (size_t at = 0; at < seen.size(); at += 3) {
+    const std::string stem = seen[at + 2].substr(8, 1);  // "claimed/<stem>.json out"
+    EXPECT_EQ(std::vector<std::string>(seen.begin() + at, seen.begin() + at + 3),
+              (std::vector<std::string>{"responses/" + stem + ".json in", "delivery.log written",
+                                        "claimed/" + stem + ".json out"}));
+  }
 }
 
 }  // namespace

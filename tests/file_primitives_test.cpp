@@ -1,6 +1,11 @@
 #include "bridge/file_primitives.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -26,9 +31,15 @@ TEST(WriteAtomic, ReplacesWhateverStandsAtTheTargetUnlessItsParentOrAFullFolderB
   fs::create_directory("dir.json.tmp");
   const bool links = makeSymlink("loop-b", "loop-a") && makeSymlink("loop-a", "loop-b");
   const std::pair<std::string, bool> cases[] = {
-      {"stale.json", true},          {"dir.json", true},  {"old.json", true},
-      {"empty.json", true},          {"a/b/c", true},     {"loop-a/a", false},
-      {"full.json/inside/a", false}, {"full.json", false}};
+      {"stale.json", true},
+      {"dir.json", true},
+      {"old.json", true},
+      {"empty.json", true},
+      {"a/b/c", true},
+      {"loop-a/a", false},
+      {"full.json/inside/a", false},
+      {"full.json", false},
+      {std::string(250, 'n') + ".json", false}};  // no room in the name for ".tmp"
   for (const auto& [target, written] : cases) {
     SCOPED_TRACE(target);
     if (!links && target.rfind("loop-", 0) == 0) continue;  // no symbolic links on this platform
@@ -37,6 +48,54 @@ TEST(WriteAtomic, ReplacesWhateverStandsAtTheTargetUnlessItsParentOrAFullFolderB
     EXPECT_EQ(readFile(target + ".tmp"), "");           // no temporary left behind
   }
   EXPECT_EQ(readAll("full.json/inside"), "kept");
+}
+
+TEST(WriteAtomic, KeepsTheOldTargetWhenTheTemporaryCannotBeMadeOrFilled) {
+  TempHome home;
+  fs::current_path(home.path());
+  writeAll("state.json", "old");
+  writeAll("state.json.tmp/inside", "a full folder holds the temporary's place");
+  EXPECT_FALSE(writeAtomic("state.json", "new"));
+  EXPECT_EQ(readAll("state.json"), "old");
+  fs::remove_all("state.json.tmp");
+
+  const pid_t child = ::fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    // Past this size a write fails (EFBIG) rather than killing the process.
+    ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{4, 4};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    ::_exit(writeAtomic("state.json", "longer than four bytes") ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the write did not fail";
+  EXPECT_EQ(readAll("state.json"), "old");
+  EXPECT_EQ(readAll("state.json.tmp"), "long");  // left behind as far as it was written
+  EXPECT_TRUE(writeAtomic("state.json", "new"));
+  EXPECT_EQ(readAll("state.json"), "new");
+  EXPECT_FALSE(fs::exists("state.json.tmp"));
+}
+
+TEST(ReadFile, ReadsUpToSixteenMebibytesAndNothingOfALargerFile) {
+  TempHome home;
+  fs::current_path(home.path());
+  std::string contents(kLargestReadableFile, ' ');
+  contents.front() = '{';
+  writeAll("limit.json", contents);
+  EXPECT_EQ(readFile("limit.json"), contents);
+  writeAll("over.json", contents + " ");
+  EXPECT_EQ(readFile("over.json"), "");
+}
+
+TEST(ReadFile, RefusesAFifoAtOnceInsteadOfWaitingForAWriter) {
+  TempHome home;
+  fs::current_path(home.path());
+  ASSERT_EQ(::mkfifo("pipe.json", 0666), 0);
+  ::alarm(10);  // a blocking open ends the test run rather than hanging it
+  EXPECT_EQ(readFile("pipe.json"), "");
+  ::alarm(0);
 }
 
 }  // namespace

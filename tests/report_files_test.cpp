@@ -51,6 +51,7 @@ TEST_F(Heartbeat, DescribesTheProjectInOneLineInAFolderItRecreatesWhateverTheGlo
 using namespace std::chrono;
 
 TEST(DeliveryLog, WritesNothingWithoutTheBridgeFolderAndThenAppendsOneStampedLinePerCall) {
+  testing_support::CommaLocale comma;
   testing_support::TempHome home;
   quillmere::appendDeliveryLog({}, {});
   EXPECT_TRUE(std::filesystem::is_empty(home.path()));

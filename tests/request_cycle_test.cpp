@@ -4,6 +4,8 @@
 
 #include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
+#include "support/comma_locale.h"
+#include "support/folder_events.h"
 
 namespace fs = std::filesystem;
 using namespace testing_support;
@@ -19,12 +21,14 @@ const char kFullwidthA[] = "\xef\xbc\xa1.json";
 const char kEmoji[] = "\xf0\x9f\x98\x80.json";
 
 TEST_F(RequestCycle, TakesOneJsonFilePerCallInByteOrderOfNamesAndLeavesTheRestAlone) {
-  for (const char* name : {"b.json", kEmoji, "a.json", "Z.json", "é.json", "9.json", kFullwidthA,
-                           "10.json", "c.JSON", ".json", "notes.txt"})
+  // Bytes compare unsigned: the UTF-8 names sort after every ASCII one.
+  for (const char* name : {"b.json", kEmoji, "a.json", "Z.json", "\xc3\xa9.json", "9.json",
+                           kFullwidthA, "10.json", "..json", "c.JSON", ".json", "notes.txt"})
     drop(name, "{");
   fs::create_directories(queue("requests") / "folder.json");
-  const std::vector<std::string> order = {"10.json", "9.json", "Z.json",    "a.json",
-                                          "b.json",  "é.json", kFullwidthA, kEmoji};
+  const std::vector<std::string> order = {"..json",        "10.json",   "9.json",
+                                          "Z.json",        "a.json",    "b.json",
+                                          "\xc3\xa9.json", kFullwidthA, kEmoji};
   for (size_t taken = 1; taken <= order.size(); ++taken) {
     processOneRequest();
     EXPECT_EQ(namesIn("failed"), Names(order.begin(), order.begin() + taken));
@@ -69,6 +73,46 @@ TEST_F(RequestCycle, AnswersUnderTheRequestIdOrASafeStemAndArchivesByOutcome) {
   }
   EXPECT_EQ(namesIn("completed"), Names{"001.json"});
   EXPECT_EQ(logLines(), 5);
+}
+
+TEST_F(RequestCycle, LeavesARequestItCannotClaimQueuedWithNoResponseAndNoLogLine) {
+  fs::remove(queue("claimed"));
+  drop("a.json", requestDocument("a", tone()));
+  processOneRequest();
+  EXPECT_EQ(namesIn("requests"), Names{"a.json"});
+  EXPECT_EQ(namesIn("responses"), Names{});
+  EXPECT_FALSE(fs::exists(home.bridge() / "delivery.log"));
+  EXPECT_TRUE(host().allItems().empty());
+}
+
+TEST_F(RequestCycle, AnswersAndLogsBeforeAWatcherSeesTheClaimedFileLeave) {
+  FolderEvents events(home.bridge());
+  const std::string cases[][3] = {
+      {"ok.json", requestDocument("ok", tone()), "ok"},
+      {"bad.json", "{", "bad"},
+      {"gone.json", requestDocument("gone", "/nowhere/take.wav"), "gone"},
+  };
+  for (const auto& [file, document, id] : cases) {
+    SCOPED_TRACE(file);
+    drop(file, document);
+    processOneRequest();
+    EXPECT_EQ(events.take(),
+              (std::vector<std::string>{"claimed/" + file + " in", "responses/" + id + ".json in",
+                                        "delivery.log written", "claimed/" + file + " out"}));
+  }
+}
+
+TEST_F(RequestCycle, WritesClassicNumbersUnderAGroupingGlobalLocale) {
+  CommaLocale comma;
+  host().cursor = 1234.5;
+  drop("a.json", R"({"version":3,"command":"spot","request_id":"a","project_item_id":1234567,)"
+                 R"("source_path":")" +
+                     tone() + "\"}");
+  processOneRequest();
+  EXPECT_NE(response("a").find(R"("project_item_id":1234567,)"), std::string::npos);
+  EXPECT_NE(response("a").find(R"("position_seconds":1234.500000000,)"), std::string::npos);
+  const std::string log = readAll(home.bridge() / "delivery.log");
+  EXPECT_EQ(log.find_first_not_of("0123456789", 16), log.find(",\"request_id\""));
 }
 
 }  // namespace

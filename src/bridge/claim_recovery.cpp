@@ -2,23 +2,24 @@
 
 #include <filesystem>
 #include <optional>
-#include <system_error>
 
 #include "bridge/bridge_directory.h"
 #include "bridge/file_primitives.h"
 #include "bridge/request_cycle.h"
+#include "platform/directory_listing.h"
 
 namespace fs = std::filesystem;
 
 namespace quillmere {
 
 void failInterruptedClaims() {
-  std::error_code error;
-  fs::directory_iterator entry(queueDirectory("claimed"), error);
+  const fs::path folder = queueDirectory("claimed");
+  DirectoryListing listing(folder);
   // Every claimed file in one call, in listing order; there is deliberately no duplicate guard.
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-    if (!isRequestFile(*entry)) continue;
-    const fs::path path = entry->path();
+  // An entry whose type cannot be read is left where it is, like any file that is not a request.
+  while (const std::optional<DirectoryListing::Name> name = listing.next()) {
+    if (!isRequestName(*name) || !listing.isRegularFile()) continue;
+    const fs::path path = folder / fs::path(*name);
     const std::optional<SpotRequest> parsed = parseRequest(readFile(path));
     const SpotRequest request = parsed ? *parsed : requestNamedAfter(path, "interrupted-request");
     SpotResult result;

@@ -1,22 +1,21 @@
 #include "bridge/file_primitives.h"
 
-#include <fstream>
-#include <iterator>
+#include <optional>
 #include <system_error>
+
+#include "platform/nonblocking_file.h"
 
 namespace fs = std::filesystem;
 
 namespace quillmere {
 
 std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return {};
-  try {
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  } catch (const std::ios_base::failure&) {
-    // The stream buffer raises on a read error (a folder opens but cannot be read): no contents.
-    return {};
-  }
+  NonblockingFile in(path, NonblockingFile::Mode::read);
+  if (!in.isOpen() || in.size() > kLargestReadableFile) return {};
+  // The file may grow after its size was taken: one byte past the limit tells that it did.
+  const std::optional<std::string> contents = in.readAtMost(kLargestReadableFile + 1);
+  if (!contents || contents->size() > kLargestReadableFile) return {};
+  return *contents;
 }
 
 bool writeAtomic(const fs::path& target, const std::string& contents) {
@@ -34,12 +33,10 @@ bool writeAtomic(const fs::path& target, const std::string& contents) {
   error.clear();
 
   {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (!out) return false;
-    out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
-    out.flush();
+    // Created afresh, so nothing that appeared there since the removal is ever written through.
+    NonblockingFile out(temporary, NonblockingFile::Mode::createExclusive);
     // The partial temporary stays; the next write to this target removes it first.
-    if (!out) return false;
+    if (!out.writeAll(contents.data(), contents.size()) || !out.close()) return false;
   }
 
   fs::rename(temporary, target, error);

@@ -1,11 +1,16 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 
 namespace quillmere {
 
-// Whole contents, or empty when the file cannot be opened.
+// Real requests are a few kilobytes; a larger file is not a request and is never read.
+constexpr std::size_t kLargestReadableFile = std::size_t{16} << 20;
+
+// Whole contents, or empty when the file cannot be opened as a regular file without waiting,
+// cannot be read, or holds more than kLargestReadableFile bytes.
 std::string readFile(const std::filesystem::path& path);
 
 // Replaces the target through "<target>.tmp" and a rename; true when the target holds `contents`.

@@ -1,9 +1,8 @@
 #include "bridge/report_files.h"
 
-#include <fstream>
-
 #include "bridge/bridge_directory.h"
 #include "bridge/file_primitives.h"
+#include "platform/nonblocking_file.h"
 #include "report/bridge_state.h"
 #include "report/delivery_log.h"
 
@@ -11,10 +10,10 @@ namespace quillmere {
 
 void appendDeliveryLog(const SpotRequest& request, const SpotResult& result) {
   const std::string line = deliveryLogLine(request, result);
-  // Opening creates the log but never its folder: without a bridge folder there is no log.
-  std::ofstream out(bridgeDirectory() / "delivery.log", std::ios::binary | std::ios::app);
-  if (!out) return;
-  out.write(line.data(), static_cast<std::streamsize>(line.size()));
+  // Opening creates the log but never its folder: without a bridge folder there is no log. A log
+  // that is not a regular file (a FIFO nobody reads) is refused at once rather than waited on.
+  NonblockingFile out(bridgeDirectory() / "delivery.log", NonblockingFile::Mode::append);
+  out.writeAll(line.data(), line.size());
 }
 
 void writeHeartbeat() {

@@ -1,9 +1,10 @@
 #include "bridge/request_cycle.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <system_error>
-#include <utility>
+#include <vector>
 
 #include "bridge/bridge_directory.h"
 #include "bridge/file_primitives.h"
@@ -18,22 +19,47 @@ namespace quillmere {
 
 namespace {
 
+using Name = DirectoryListing::Name;
+
+// Byte order of the names as UTF-8; Windows lists UTF-16 names, whose order differs.
+bool precedes(Name a, Name b) {
+#ifdef _WIN32
+  return utf8FromPath(fs::path(a)) < utf8FromPath(fs::path(b));
+#else
+  return a < b;
+#endif
+}
+
 // The smallest candidate name, compared byte by byte: the order of names is the order of work.
-std::optional<fs::path> firstCandidate() {
-  std::optional<fs::path> first;
-  std::string firstName;
-  std::error_code error;
-  fs::directory_iterator entry(queueDirectory("requests"), error);
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-    if (!isRequestFile(*entry)) continue;
-    // UTF-8 bytes, not the native names: on Windows those are UTF-16, which orders differently.
-    std::string name = utf8FromPath(entry->path().filename());
-    if (!first || name < firstName) {
-      first = entry->path();
-      firstName = std::move(name);
+// Only a name that would win has its type read; an entry whose type cannot be read is passed
+// over like one that is not a request, and so is one passed over earlier in this poll.
+std::optional<fs::path> firstCandidate(const std::vector<fs::path>& passedOver) {
+  std::optional<fs::path::string_type> first;
+  DirectoryListing listing(queueDirectory("requests"));
+  while (const std::optional<Name> name = listing.next()) {
+    if (!isRequestName(*name) || (first && !precedes(*name, Name(*first)))) continue;
+    if (std::any_of(passedOver.begin(), passedOver.end(),
+                    [&](const fs::path& over) { return Name(over.native()) == *name; })) {
+      continue;
     }
+    if (listing.isRegularFile()) first.emplace(*name);
   }
-  return first;
+  if (!first) return std::nullopt;
+  return fs::path(*first);
+}
+
+enum class Archived { no, yes, unknown };
+
+// Tested in this order; an archive entry that cannot be examined (a link to itself) leaves the
+// answer unknown.
+Archived archivedAlready(const fs::path& name) {
+  std::error_code error;
+  for (const char* archive : {"completed", "failed"}) {
+    const bool found = fs::exists(queueDirectory(archive) / name, error);
+    if (error) return Archived::unknown;
+    if (found) return Archived::yes;
+  }
+  return Archived::no;
 }
 
 SpotResult carryOut(const SpotRequest& request) {
@@ -45,10 +71,28 @@ SpotResult carryOut(const SpotRequest& request) {
   }
 }
 
+void claimAndAnswer(const fs::path& queued, const fs::path& name) {
+  const fs::path claimed = queueDirectory("claimed") / name;
+  std::error_code error;
+  fs::rename(queued, claimed, error);
+  if (error) return;
+
+  if (const std::optional<SpotRequest> request = parseRequest(readFile(claimed))) {
+    answerClaimed(claimed, *request, carryOut(*request));
+    return;
+  }
+  SpotResult invalid;
+  invalid.message = "Invalid Quillmere spot request";
+  answerClaimed(claimed, requestNamedAfter(claimed, "invalid-request"), invalid);
+}
+
 }  // namespace
 
-bool isRequestFile(const fs::directory_entry& entry) {
-  return entry.is_regular_file() && utf8FromPath(entry.path().extension()) == ".json";
+bool isRequestName(Name name) {
+  // A name that is only ".json" has no extension at all.
+  static constexpr fs::path::value_type kSuffix[] = {'.', 'j', 's', 'o', 'n'};
+  const Name suffix(kSuffix, 5);
+  return name.size() > suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
 }
 
 SpotRequest requestNamedAfter(const fs::path& file, const char* fallbackId) {
@@ -75,27 +119,22 @@ void archiveClaimed(const fs::path& claimedPath, bool ok) {
 }
 
 void processOneRequest() {
-  const std::optional<fs::path> candidate = firstCandidate();
-  if (!candidate) return;
-
-  const fs::path name = candidate->filename();
-  const fs::path claimed = queueDirectory("claimed") / name;
-  std::error_code error;
-  if (fs::exists(queueDirectory("completed") / name) ||
-      fs::exists(queueDirectory("failed") / name)) {
-    fs::remove(*candidate, error);
+  std::vector<fs::path> passedOver;
+  while (const std::optional<fs::path> name = firstCandidate(passedOver)) {
+    const Archived archived = archivedAlready(*name);
+    if (archived == Archived::unknown) {
+      passedOver.push_back(*name);
+      continue;
+    }
+    const fs::path queued = queueDirectory("requests") / *name;
+    if (archived == Archived::yes) {
+      std::error_code error;
+      fs::remove(queued, error);
+    } else {
+      claimAndAnswer(queued, *name);
+    }
     return;
   }
-  fs::rename(*candidate, claimed, error);
-  if (error) return;
-
-  if (const std::optional<SpotRequest> request = parseRequest(readFile(claimed))) {
-    answerClaimed(claimed, *request, carryOut(*request));
-    return;
-  }
-  SpotResult invalid;
-  invalid.message = "Invalid Quillmere spot request";
-  answerClaimed(claimed, requestNamedAfter(claimed, "invalid-request"), invalid);
 }
 
 }  // namespace quillmere

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "platform/directory_listing.h"
 #include "report/spot_result.h"
 #include "request/spot_request.h"
 
@@ -12,9 +13,8 @@ void processOneRequest();
 
 void archiveClaimed(const std::filesystem::path& claimedPath, bool ok);
 
-// A regular file (links followed) whose last extension is exactly ".json". Throws when the file
-// system cannot tell what the entry is.
-bool isRequestFile(const std::filesystem::directory_entry& entry);
+// A name whose last extension is exactly ".json"; whether it is a regular file is asked apart.
+bool isRequestName(DirectoryListing::Name name);
 
 // A default request named after the file's stem, or after `fallbackId` when the stem cannot
 // name a response file.
