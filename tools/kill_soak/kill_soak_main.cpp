@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
 #include <iterator>
 #include <random>
@@ -70,7 +71,7 @@ std::string parseOptions(int argc, char** argv, Options& options) {
     } else if (flag == "--backlog") {
       good = parseWhole(value, options.backlog, 1);
     } else if (flag == "--max-gap-ms") {
-      good = parseWhole(value, options.maxGapMs, 1);
+      good = parseWhole(value, options.maxGapMs, 1) && options.maxGapMs <= 60000;
     } else if (flag == "--call-ms") {
       options.callMs = value;
     } else if (flag == "--standin") {
@@ -129,7 +130,8 @@ class Soak {
               << runs_ - 1 << " restarts, " << queue_.all().size()
               << " requests: " << outcome.completed << " completed, " << outcome.interrupted
               << " failed as interrupted (" << outcome.placedThenInterrupted
-              << " of them placed before the kill), wall time " << seconds << " s" << std::endl;
+              << " of them placed before the kill), wall time " << std::fixed
+              << std::setprecision(1) << seconds << " s" << std::endl;
     for (const std::string& problem : outcome.problems)
       std::cout << "  problem: " << problem << "\n";
     if (!outcome.problems.empty()) {
