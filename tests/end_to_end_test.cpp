@@ -1,6 +1,10 @@
 // Through the built library, loaded the way the host loads it. Its timer reads the real clock,
-// so these tests wait in real time, each wait bounded.
+// so these tests wait in real time, each wait bounded; a slow runner such as valgrind stretches
+// every bound by the whole factor in QUILLMERE_TEST_WAIT_SCALE.
+#include <charconv>
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include <memory>
@@ -13,6 +17,16 @@ using namespace std::chrono_literals;
 using namespace testing_support;
 
 namespace {
+
+std::chrono::milliseconds scaled(std::chrono::milliseconds wait) {
+  static const int scale = [] {
+    const char* text = std::getenv("QUILLMERE_TEST_WAIT_SCALE");
+    int value = 1;
+    if (text != nullptr) std::from_chars(text, text + std::strlen(text), value);
+    return value > 0 ? value : 1;
+  }();
+  return wait * scale;
+}
 
 class EndToEnd : public BridgeTest {
  protected:
@@ -32,7 +46,7 @@ class EndToEnd : public BridgeTest {
   // Runs the host's timer about every 10 ms until `done` holds or `limit` has passed.
   template <typename Done>
   bool runUntil(Done done, std::chrono::milliseconds limit = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto deadline = std::chrono::steady_clock::now() + scaled(limit);
     while (!done() && std::chrono::steady_clock::now() < deadline)
       host().timer(), std::this_thread::sleep_for(10ms);
     return done();

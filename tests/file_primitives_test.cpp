@@ -1,11 +1,13 @@
 #include "bridge/file_primitives.h"
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <filesystem>
 #include <string>
@@ -59,6 +61,9 @@ TEST(WriteAtomic, KeepsTheOldTargetWhenTheTemporaryCannotBeMadeOrFilled) {
   EXPECT_EQ(readAll("state.json"), "old");
   fs::remove_all("state.json.tmp");
 
+#ifdef _WIN32
+  GTEST_SKIP() << "a write that fails part-way is made with a file-size limit, which Windows lacks";
+#else
   const pid_t child = ::fork();
   ASSERT_NE(child, -1);
   if (child == 0) {
@@ -76,6 +81,7 @@ TEST(WriteAtomic, KeepsTheOldTargetWhenTheTemporaryCannotBeMadeOrFilled) {
   EXPECT_TRUE(writeAtomic("state.json", "new"));
   EXPECT_EQ(readAll("state.json"), "new");
   EXPECT_FALSE(fs::exists("state.json.tmp"));
+#endif
 }
 
 TEST(ReadFile, ReadsUpToSixteenMebibytesAndNothingOfALargerFile) {
@@ -89,6 +95,7 @@ TEST(ReadFile, ReadsUpToSixteenMebibytesAndNothingOfALargerFile) {
   EXPECT_EQ(readFile("over.json"), "");
 }
 
+#ifndef _WIN32
 TEST(ReadFile, RefusesAFifoAtOnceInsteadOfWaitingForAWriter) {
   TempHome home;
   fs::current_path(home.path());
@@ -97,5 +104,6 @@ TEST(ReadFile, RefusesAFifoAtOnceInsteadOfWaitingForAWriter) {
   EXPECT_EQ(readFile("pipe.json"), "");
   ::alarm(0);
 }
+#endif
 
 }  // namespace

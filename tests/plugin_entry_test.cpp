@@ -1,5 +1,6 @@
 #include "extension/plugin_entry.h"
 
+#include <chrono>
 #include <cstdlib>
 
 #include "extension/timer_tick.h"
@@ -44,6 +45,43 @@ TEST_F(PluginEntry, UnregistersAnAcceptedTimerOnceAndARefusedOneNever) {
   ReaperPluginEntry(nullptr, nullptr);
   const std::pair<std::string, void*> on{"timer", reinterpret_cast<void*>(&timerCallback)};
   EXPECT_EQ(host().registrations, (decltype(host().registrations){on, {"-timer", on.second}, on}));
+}
+
+// What the host saw when the extension registered its timer.
+struct AtRegistration {
+  fs::path stateFile;
+  SteadyTime when, poll, heartbeat;
+  bool stateWritten = false;
+} atRegistration;
+
+int registerNoting(const char* name, void* facility) {
+  atRegistration.when = std::chrono::steady_clock::now();
+  atRegistration.poll = lastQueuePoll;
+  atRegistration.heartbeat = lastHeartbeat;
+  atRegistration.stateWritten = fs::exists(atRegistration.stateFile);
+  return fake_reaper::registerFacility(name, facility);
+}
+
+TEST_F(PluginEntry, StampsBothJobsWithOneReadingTakenAfterTheHeartbeatAndBeforeRegistering) {
+  using namespace std::chrono_literals;
+  lastQueuePoll = lastHeartbeat = SteadyTime{};
+  atRegistration.stateFile = home.bridge() / "bridge_state.json";
+  auto record = host().record;
+  record.Register = registerNoting;
+  ASSERT_EQ(ReaperPluginEntry(nullptr, &record), 1);
+  ReaperPluginEntry(nullptr, nullptr);
+
+  EXPECT_TRUE(atRegistration.stateWritten);
+  EXPECT_EQ(atRegistration.poll, atRegistration.heartbeat);
+  EXPECT_EQ(atRegistration.heartbeat, lastHeartbeat);
+  ASSERT_FALSE(host().calls.empty());
+  EXPECT_EQ(host().calls.back().name, "GetCursorPositionEx");  // the heartbeat's last call
+  EXPECT_LE(host().calls.back().at, lastHeartbeat);
+  EXPECT_LE(lastHeartbeat, atRegistration.when);
+  // So the first poll comes at the first tick 50 ms or more after that reading.
+  const SteadyTime load = lastQueuePoll;
+  EXPECT_FALSE(takeDueJobs(load + 50ms - 1ns).poll);
+  EXPECT_TRUE(takeDueJobs(load + 50ms).poll);
 }
 
 TEST_F(PluginEntry, TheBuiltLibraryExportsOnlyTheEntryPoint) {

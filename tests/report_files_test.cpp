@@ -33,9 +33,25 @@ TEST_F(Heartbeat, DescribesTheProjectInOneLineInAFolderItRecreatesWhateverTheGlo
             "{\"version\":2,\"mode\":\"native_extension\",\"extension_version\":\"1.2.0\","
             "\"timestamp_ms\":T,\"selected_tracks\":2,\"cursor\":1234.567890123,"
             "\"project_media_path\":\"\\\\\xc3\xa9\\\"\"}\n");
-  EXPECT_EQ(host().callNames(), (std::vector<std::string>{"GetProjectPathEx", "CountSelectedTracks",
-                                                          "GetCursorPositionEx"}));
+  EXPECT_EQ(host().trace(),
+            (std::vector<std::string>{"GetProjectPathEx 4096", "CountSelectedTracks",
+                                      "GetCursorPositionEx"}));
   EXPECT_FALSE(std::filesystem::exists(home.bridge() / "bridge_state.json.tmp"));
+}
+
+TEST_F(Heartbeat, TakesAMediaPathThatFillsTheWholeBufferWithoutATerminatorToItsLastByte) {
+  host().unterminatedStrings = true;
+  const std::string path4096 = "/" + std::string(4094, 'm') + "Z";
+  for (const std::string& reported : {path4096, path4096 + "beyond the buffer"}) {
+    SCOPED_TRACE(reported.size());
+    host().mediaPath = reported;
+    quillmere::writeHeartbeat();
+    const std::string text = testing_support::readAll(home.bridge() / "bridge_state.json");
+    const auto at = text.find("\"project_media_path\":\"") + 22;
+    const std::string written = text.substr(at, text.size() - at - 3);  // before "}\n
+    EXPECT_EQ(written.size(), 4096u);
+    EXPECT_TRUE(written == path4096) << written.substr(0, 20) << "..." << written.substr(4080);
+  }
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
 #include "support/comma_locale.h"
+#ifdef __linux__
 #include "support/folder_events.h"
+#endif
 
 namespace fs = std::filesystem;
 using namespace testing_support;
@@ -85,6 +87,8 @@ TEST_F(RequestCycle, LeavesARequestItCannotClaimQueuedWithNoResponseAndNoLogLine
   EXPECT_TRUE(host().allItems().empty());
 }
 
+// The watcher is inotify.
+#ifdef __linux__
 TEST_F(RequestCycle, AnswersAndLogsBeforeAWatcherSeesTheClaimedFileLeave) {
   FolderEvents events(home.bridge());
   const std::string cases[][3] = {
@@ -101,6 +105,7 @@ TEST_F(RequestCycle, AnswersAndLogsBeforeAWatcherSeesTheClaimedFileLeave) {
                                         "delivery.log written", "claimed/" + file + " out"}));
   }
 }
+#endif
 
 TEST_F(RequestCycle, WritesClassicNumbersUnderAGroupingGlobalLocale) {
   CommaLocale comma;

@@ -121,4 +121,24 @@ TEST_F(Spot, PlacesTheFileInOrderedStepsAtTheRequestedRangeOrFailsWithAMessageAn
   }
 }
 
+TEST_F(Spot, TakesAProjectNameThatFillsTheWholeBufferWithoutATerminatorToItsLastByte) {
+  // 4095 bytes naming the project (the longest path the system opens); one byte more fills the
+  // host's buffer to its last byte and names nothing.
+  tone("project.rpp", 1.0);
+  std::string project = home.path().string() + "/";
+  while (project.size() < 4095 - std::string("project.rpp").size()) project += "/";
+  project += "project.rpp";
+  ASSERT_EQ(project.size(), 4095u);
+  for (const auto& [reported, message] :
+       {std::pair{project, kSpotted}, std::pair{project + "x", kMismatch}}) {
+    SCOPED_TRACE(reported.size());
+    fresh();
+    host().unterminatedStrings = true;
+    host().projectFile = reported;
+    EXPECT_EQ(quillmere::spot({0, "", 0, tone("take.wav", 1.0), project, "Kick 01"}).message,
+              message);
+    EXPECT_EQ(host().trace().at(0), "EnumProjects -1 4096");
+  }
+}
+
 }  // namespace

@@ -1,6 +1,7 @@
 // What the stand-in noted of the extension's calls, and the faults it was told to inject.
 #pragma once
 
+#include <chrono>
 #include <set>
 #include <string>
 #include <utility>
@@ -11,6 +12,7 @@ namespace fake_reaper {
 struct Call {
   std::string name;  // the host function's name
   std::string args;  // its arguments, rendered for reading ("P_SOURCE", "D_LENGTH=20", ...)
+  std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now();  // when it came
 };
 
 struct CallRecord {
@@ -34,6 +36,11 @@ struct Faults {
   SourceLength sourceLength = SourceLength::FromFile;
   bool takesComeWithSource = false;  // AddTakeToMediaItem gives a take that already holds one
   int registerAnswer = 1;            // what Register answers
+  // EnumProjects and GetProjectPathEx fill the caller's buffer to its last byte and write no
+  // terminator when their text is that long.
+  bool unterminatedStrings = false;
+  // How long every host function takes, as a busy host's would.
+  std::chrono::microseconds callDuration{0};
 
   // Whether `name` (or `name` for parameter `parmname` alone) is to fail.
   bool fails(const std::string& name, const char* parmname = nullptr) const;

@@ -3,6 +3,7 @@
 // breaks. Host handles are pointers to the project's records, cast to the opaque host types.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,9 @@ class Host : public Project, public Faults, public CallRecord, public AudioSourc
   // Adds a violation for every rule an ended operation must have kept: refresh balanced, undo
   // blocks closed, no stray source. Returns the violations, all of them.
   const std::vector<std::string>& checkSettled();
+
+  // Called by Undo_EndBlock2 once a block has closed, before that call returns to the extension.
+  std::function<void(const UndoBlock&)> undoBlockClosed;
 
   // A host record whose Register and GetFunc reach this instance.
   reaper_plugin_info_t record{0x20E, nullptr, nullptr, nullptr};

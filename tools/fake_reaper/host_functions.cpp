@@ -3,6 +3,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <limits>
+#include <thread>
 
 #include "fake_reaper/fake_reaper.h"
 
@@ -23,6 +24,7 @@ Handle* handleOf(Record* record) {
 
 void noteCall(const char* name, std::string args = {}) {
   host().calls.push_back({name, std::move(args)});
+  if (host().callDuration.count() > 0) std::this_thread::sleep_for(host().callDuration);
 }
 
 void violate(const std::string& what) {
@@ -79,10 +81,17 @@ bool setField(Record& record, const std::string& parm, double value,
   return false;
 }
 
-// Strings written into a caller's buffer are cut to fit and always NUL-terminated.
+// Strings written into a caller's buffer are cut to fit and NUL-terminated, unless the host is
+// told to fill the buffer to its last byte.
 void writeString(const std::string& text, char* buffer, int size) {
   if (buffer == nullptr || size <= 0) return;
-  const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+  const auto room = static_cast<std::size_t>(size);
+  if (host().unterminatedStrings) {
+    std::memcpy(buffer, text.data(), std::min(text.size(), room));
+    if (text.size() < room) buffer[text.size()] = '\0';
+    return;
+  }
+  const std::size_t length = std::min(text.size(), room - 1);
   std::memcpy(buffer, text.data(), length);
   buffer[length] = '\0';
 }
@@ -360,6 +369,7 @@ void Undo_EndBlock2(ReaProject* proj, const char* descchange, int extraflags) {
   }
   --host().openUndoBlocks;
   host().undoHistory.push_back({label, extraflags});
+  if (host().undoBlockClosed) host().undoBlockClosed(host().undoHistory.back());
 }
 
 void UpdateArrange() {

@@ -7,6 +7,7 @@
 #include <exception>
 #include <iostream>
 #include <locale>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -16,6 +17,7 @@
 #include "fake_reaper/fake_reaper.h"
 #include "fake_reaper/module_loader.h"
 #include "fake_reaper/utf8_arguments.h"
+#include "fake_reaper/placement_journal.h"
 
 namespace {
 
@@ -34,13 +36,19 @@ struct Options {
   double cursor = 0.0;
   std::string projectFile;
   std::string mediaPath;
+  std::string journal;
+  double callMilliseconds = 0.0;
 };
 
 const char kUsage[] =
     "usage: quillmere_standin --module PATH [--seconds S] [--tracks N] [--select K[,K...]|none]\n"
     "                         [--cursor SEC] [--project-file PATH] [--media-path PATH]\n"
+    "                         [--journal FILE] [--call-ms MS]\n"
     "  runs until S seconds have passed, or until SIGINT/SIGTERM without --seconds;\n"
-    "  defaults: one track, track 1 selected, cursor 0, a project never saved\n";
+    "  defaults: one track, track 1 selected, cursor 0, a project never saved\n"
+    "  --journal: appends the take name of every item placed, before the call that commits it\n"
+    "             (the closing of its undo block) returns\n"
+    "  --call-ms: every host function takes this long, as on a busy host\n";
 
 bool parseNumber(const std::string& text, double& value) {
   std::istringstream in(text);
@@ -94,6 +102,13 @@ std::string parseOptions(const std::vector<std::string>& arguments, Options& opt
       options.projectFile = value;
     } else if (flag == "--media-path") {
       options.mediaPath = value;
+    } else if (flag == "--journal") {
+      options.journal = value;
+    } else if (flag == "--call-ms") {
+      if (!parseNumber(value, options.callMilliseconds) || options.callMilliseconds < 0.0 ||
+          options.callMilliseconds > 10000.0) {
+        return "bad --call-ms: " + value;
+      }
     } else {
       return "unknown option " + flag;
     }
@@ -116,6 +131,8 @@ void buildProject(const Options& options) {
   host.cursor = options.cursor;
   host.projectFile = options.projectFile;
   host.mediaPath = options.mediaPath;
+  host.callDuration = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::duration<double, std::milli>(options.callMilliseconds));
 }
 
 // Prints what changed since the last look: closed undo blocks and newly broken rules.
@@ -170,6 +187,15 @@ int main(int argc, char** argv) {
   std::signal(SIGTERM, requestStop);
   buildProject(options);
   fake_reaper::Host& host = fake_reaper::Host::instance();
+  std::unique_ptr<fake_reaper::PlacementJournal> journal;
+  if (!options.journal.empty()) {
+    journal = std::make_unique<fake_reaper::PlacementJournal>(options.journal);
+    if (!journal->isOpen()) {
+      std::cerr << "quillmere_standin: " << journal->error() << "\n";
+      return 2;
+    }
+    host.undoBlockClosed = [&](const fake_reaper::UndoBlock&) { journal->recordNewItems(host); };
+  }
 
   fake_reaper::LoadedModule module(options.module);
   if (module.entry() == nullptr) {

@@ -1,0 +1,33 @@
+// A record, outside the stand-in's memory, of every placement the extension committed: a process
+// killed at any moment leaves in the file exactly the placements it had committed.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "fake_reaper/project.h"
+
+namespace fake_reaper {
+
+class PlacementJournal {
+ public:
+  // Appends to `path`, creating it; `error()` says why when it cannot be opened.
+  explicit PlacementJournal(const std::string& path);
+  ~PlacementJournal();
+  PlacementJournal(const PlacementJournal&) = delete;
+  PlacementJournal& operator=(const PlacementJournal&) = delete;
+
+  bool isOpen() const { return fd_ >= 0; }
+  const std::string& error() const { return error_; }
+
+  // Writes one line per take of every item of `project` not journaled before: the take's name.
+  // Each line reaches the file by its own write, before this returns.
+  void recordNewItems(const Project& project);
+
+ private:
+  int fd_ = -1;
+  std::string error_;
+  std::set<const Item*> journaled_;
+};
+
+}  // namespace fake_reaper

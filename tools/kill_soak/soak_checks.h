@@ -1,0 +1,27 @@
+// What the bridge folder and the placement journal must show once the soak has ended.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "kill_soak/soak_queue.h"
+
+namespace kill_soak {
+
+struct SoakOutcome {
+  std::size_t completed = 0;
+  std::size_t interrupted = 0;            // failed as interrupted
+  std::size_t placedThenInterrupted = 0;  // of those, placed before the kill
+  std::vector<std::string> problems;      // every broken guarantee, in words
+};
+
+// Checks, for every queued request: placed at most once; archived exactly once, in "completed"
+// or "failed", unchanged; a completed one placed once and answered ok; a failed one answered
+// with the interrupted message; nothing left in "requests" or "claimed"; every response, every
+// log line and the state file one complete JSON line; no ".tmp" file anywhere.
+SoakOutcome checkSoak(const std::filesystem::path& bridge, const std::filesystem::path& journal,
+                      const std::vector<QueuedRequest>& queued);
+
+}  // namespace kill_soak
