@@ -20,56 +20,10 @@ const std::vector<std::string> kTypical = {"4",   "17",          "-6", "1.25",  
                                            "1.5", "-3.0102999",  "0",  "2.75e1", "1234.5678901234",
                                            "12",  "0.0416666667"};
 
-void BM_ReadTypicalNumbers(benchmark::State& state) {
-  for (auto _ : state)
-    for (const std::string& text : kTypical)
-      benchmark::DoNotOptimize(quillmere::readNumber(text.data(), text.data() + text.size()));
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kTypical.size()));
-}
-BENCHMARK(BM_ReadTypicalNumbers);
-
-#ifdef __GLIBC__
-void BM_StrtodTypicalNumbers(benchmark::State& state) {
-  const locale_t classic = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  for (auto _ : state)
-    for (const std::string& text : kTypical) {
-      char* end = nullptr;
-      benchmark::DoNotOptimize(strtod_l(text.c_str(), &end, classic));
-      benchmark::DoNotOptimize(end);
-    }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kTypical.size()));
-  freelocale(classic);
-}
-BENCHMARK(BM_StrtodTypicalNumbers);
-#endif
-
 // Seventeen significant digits, as a writer of shortest round-trip doubles gives them.
 const std::vector<std::string> kLongest = {"0.30000000000000004", "12.345678901234567",
                                            "1234.5678901234567", "-6.0205999132796242",
                                            "0.041666666666666664"};
-
-void BM_ReadLongestShortestDoubles(benchmark::State& state) {
-  for (auto _ : state)
-    for (const std::string& text : kLongest)
-      benchmark::DoNotOptimize(quillmere::readNumber(text.data(), text.data() + text.size()));
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kLongest.size()));
-}
-BENCHMARK(BM_ReadLongestShortestDoubles);
-
-#ifdef __GLIBC__
-void BM_StrtodLongestShortestDoubles(benchmark::State& state) {
-  const locale_t classic = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  for (auto _ : state)
-    for (const std::string& text : kLongest) {
-      char* end = nullptr;
-      benchmark::DoNotOptimize(strtod_l(text.c_str(), &end, classic));
-      benchmark::DoNotOptimize(end);
-    }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kLongest.size()));
-  freelocale(classic);
-}
-BENCHMARK(BM_StrtodLongestShortestDoubles);
-#endif
 
 // Texts that take the slow path: many digits, far exponents, a long halfway case.
 const std::vector<std::string> kHard = {"0.1000000000000000055511151231257827021181583404541015625",
@@ -79,27 +33,34 @@ const std::vector<std::string> kHard = {"0.1000000000000000055511151231257827021
                                         "123456789012345678901234567890",
                                         "1.00000000000000011102230246251565404236316680908203125"};
 
-void BM_ReadHardNumbers(benchmark::State& state) {
+using Texts = std::vector<std::string>;
+
+void BM_ReadNumbers(benchmark::State& state, const Texts* texts) {
   for (auto _ : state)
-    for (const std::string& text : kHard)
+    for (const std::string& text : *texts)
       benchmark::DoNotOptimize(quillmere::readNumber(text.data(), text.data() + text.size()));
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kHard.size()));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(texts->size()));
 }
-BENCHMARK(BM_ReadHardNumbers);
+BENCHMARK_CAPTURE(BM_ReadNumbers, Typical, &kTypical);
+BENCHMARK_CAPTURE(BM_ReadNumbers, LongestShortestDoubles, &kLongest);
+BENCHMARK_CAPTURE(BM_ReadNumbers, Hard, &kHard);
 
 #ifdef __GLIBC__
-void BM_StrtodHardNumbers(benchmark::State& state) {
+// The C library's conversion in the classic locale, as a yardstick.
+void BM_StrtodNumbers(benchmark::State& state, const Texts* texts) {
   const locale_t classic = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
   for (auto _ : state)
-    for (const std::string& text : kHard) {
+    for (const std::string& text : *texts) {
       char* end = nullptr;
       benchmark::DoNotOptimize(strtod_l(text.c_str(), &end, classic));
       benchmark::DoNotOptimize(end);
     }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kHard.size()));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(texts->size()));
   freelocale(classic);
 }
-BENCHMARK(BM_StrtodHardNumbers);
+BENCHMARK_CAPTURE(BM_StrtodNumbers, Typical, &kTypical);
+BENCHMARK_CAPTURE(BM_StrtodNumbers, LongestShortestDoubles, &kLongest);
+BENCHMARK_CAPTURE(BM_StrtodNumbers, Hard, &kHard);
 #endif
 
 // A mantissa of the given number of digits: every digit is read, and up to 800 of them are

@@ -10,11 +10,11 @@ using namespace bridge_tool;
 
 namespace {
 
-SpotSettings settingsWithName(const std::string& name) {
-  SpotSettings settings;
-  settings.requestId = "20261123T120000000000Z-1";
-  settings.sourcePath = "/Audio/take.wav";
-  settings.displayName = name;
+quillmere::SpotRequest settingsWithName(const std::string& name) {
+  quillmere::SpotRequest settings;
+  settings.request_id = "20261123T120000000000Z-1";
+  settings.source_path = "/Audio/take.wav";
+  settings.display_name = name;
   return settings;
 }
 
@@ -35,19 +35,19 @@ TEST(RequestBuilder, ValuesThatCouldPassForKeyNamesAreReadBackExactly) {
   };
   for (const std::string& name : names) {
     SCOPED_TRACE(name);
-    SpotSettings settings = settingsWithName(name);
-    settings.gainDb = -6.5;
-    settings.playbackRate = 1.5;
-    settings.fullHandles = true;
-    settings.visibleLengthSeconds = 0.75;
-    settings.sourcePath = "/Audio/\"gain_db\"/" + name + ".wav";
+    quillmere::SpotRequest settings = settingsWithName(name);
+    settings.gain_db = -6.5;
+    settings.playback_rate = 1.5;
+    settings.full_handles = true;
+    settings.visible_length_seconds = 0.75;
+    settings.source_path = "/Audio/\"gain_db\"/" + name + ".wav";
     const BuiltRequest built = buildSpotRequest(settings);
     ASSERT_EQ(built.problem, "");
     const auto read = quillmere::parseRequest(built.document);
     ASSERT_TRUE(read);
     EXPECT_EQ(read->display_name, name);
     EXPECT_EQ(read->gain_db, -6.5);
-    EXPECT_EQ(read->source_path, settings.sourcePath);
+    EXPECT_EQ(read->source_path, settings.source_path);
   }
 }
 
@@ -62,18 +62,18 @@ TEST(RequestBuilder, NumbersAreWrittenShortAndReadBackExactly) {
 }
 
 TEST(RequestBuilder, ARequestTheExtensionWouldReadOtherwiseIsRefused) {
-  SpotSettings unsafeId = settingsWithName("x");
-  unsafeId.requestId = "has a space";
+  quillmere::SpotRequest unsafeId = settingsWithName("x");
+  unsafeId.request_id = "has a space";
   EXPECT_EQ(buildSpotRequest(unsafeId).problem, "the extension's reader refuses this request");
-  SpotSettings clamped = settingsWithName("x");
-  clamped.playbackRate = 4;
+  quillmere::SpotRequest clamped = settingsWithName("x");
+  clamped.playback_rate = 4;
   EXPECT_EQ(buildSpotRequest(clamped).problem,
             "the extension would not read \"playback_rate\" as given");
 }
 
 TEST(RequestBuilder, AProjectMakesItAVersionFourRequest) {
-  SpotSettings settings = settingsWithName("x");
-  settings.expectedProjectPath = "/Songs/a.rpp";
+  quillmere::SpotRequest settings = settingsWithName("x");
+  settings.expected_project_path = "/Songs/a.rpp";
   const auto read = quillmere::parseRequest(buildSpotRequest(settings).document);
   ASSERT_TRUE(read);
   EXPECT_EQ(read->version, 4);

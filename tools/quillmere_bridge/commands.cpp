@@ -146,23 +146,23 @@ int runSpot(const Invocation& invocation) {
   if (!bridgeThere(bridge) || !extensionAnswers(bridge)) return kNoAnswer;
 
   const SpotOptions& options = invocation.spot;
-  SpotSettings settings;
+  quillmere::SpotRequest settings;
   std::error_code error;
   // The extension resolves a relative path against REAPER's working folder, not ours.
-  settings.sourcePath = fs::absolute(options.file, error).string();
+  settings.source_path = fs::absolute(options.file, error).string();
   if (options.project)
-    settings.expectedProjectPath = fs::absolute(*options.project, error).string();
+    settings.expected_project_path = fs::absolute(*options.project, error).string();
   if (error) return fail(kBadUsage, "cannot make the paths absolute: " + error.message());
-  settings.displayName = options.name.value_or(fs::path(options.file).stem().string());
-  settings.projectItemId = options.itemId;
-  settings.gainDb = options.gainDb;
-  settings.playbackRate = options.rate;
-  settings.fullHandles = options.offset.has_value();
-  settings.sourceOffsetSeconds = options.offset.value_or(0.0);
-  settings.visibleLengthSeconds = options.length.value_or(0.0);
+  settings.display_name = options.name.value_or(fs::path(options.file).stem().string());
+  settings.project_item_id = options.itemId;
+  settings.gain_db = options.gainDb;
+  settings.playback_rate = options.rate;
+  settings.full_handles = options.offset.has_value();
+  settings.source_offset_seconds = options.offset.value_or(0.0);
+  settings.visible_length_seconds = options.length.value_or(0.0);
 
   const std::string stem = freshStem(bridge);
-  settings.requestId = stem;
+  settings.request_id = stem;
   const BuiltRequest built = buildSpotRequest(settings);
   if (built.document.empty()) return fail(kBadUsage, "cannot send this request: " + built.problem);
   return deliver(invocation, bridge, stem, built.document, stem);

@@ -75,46 +75,46 @@ std::string jsonNumberLiteral(double value) {
   return text;
 }
 
-BuiltRequest buildSpotRequest(const SpotSettings& settings) {
-  const bool bound = !settings.expectedProjectPath.empty();
+BuiltRequest buildSpotRequest(const quillmere::SpotRequest& settings) {
+  const bool bound = !settings.expected_project_path.empty();
   std::string document = "{\"version\":";
   document += bound ? "4" : "3";
-  document += ",\"command\":\"spot\",\"request_id\":" + jsonStringLiteral(settings.requestId);
-  document += ",\"project_item_id\":" + std::to_string(settings.projectItemId);
-  document += ",\"source_path\":" + jsonStringLiteral(settings.sourcePath);
+  document += ",\"command\":\"spot\",\"request_id\":" + jsonStringLiteral(settings.request_id);
+  document += ",\"project_item_id\":" + std::to_string(settings.project_item_id);
+  document += ",\"source_path\":" + jsonStringLiteral(settings.source_path);
   if (bound) {
-    document += ",\"expected_project_path\":" + jsonStringLiteral(settings.expectedProjectPath);
+    document += ",\"expected_project_path\":" + jsonStringLiteral(settings.expected_project_path);
   }
-  document += ",\"display_name\":" + jsonStringLiteral(settings.displayName);
-  document += ",\"gain_db\":" + jsonNumberLiteral(settings.gainDb);
-  document += ",\"playback_rate\":" + jsonNumberLiteral(settings.playbackRate);
-  document += std::string(",\"full_handles\":") + (settings.fullHandles ? "true" : "false");
-  document += ",\"source_offset_seconds\":" + jsonNumberLiteral(settings.sourceOffsetSeconds);
-  document += ",\"visible_length_seconds\":" + jsonNumberLiteral(settings.visibleLengthSeconds);
+  document += ",\"display_name\":" + jsonStringLiteral(settings.display_name);
+  document += ",\"gain_db\":" + jsonNumberLiteral(settings.gain_db);
+  document += ",\"playback_rate\":" + jsonNumberLiteral(settings.playback_rate);
+  document += std::string(",\"full_handles\":") + (settings.full_handles ? "true" : "false");
+  document += ",\"source_offset_seconds\":" + jsonNumberLiteral(settings.source_offset_seconds);
+  document += ",\"visible_length_seconds\":" + jsonNumberLiteral(settings.visible_length_seconds);
   document += "}\n";
 
   const std::optional<quillmere::SpotRequest> read = quillmere::parseRequest(document);
   if (!read) return {"", "the extension's reader refuses this request"};
   const char* problem = nullptr;
-  if (read->request_id != settings.requestId)
+  if (read->request_id != settings.request_id)
     problem = "request_id";
-  else if (read->project_item_id != settings.projectItemId)
+  else if (read->project_item_id != settings.project_item_id)
     problem = "project_item_id";
-  else if (read->source_path != settings.sourcePath)
+  else if (read->source_path != settings.source_path)
     problem = "source_path";
-  else if (read->expected_project_path != settings.expectedProjectPath) {
+  else if (read->expected_project_path != settings.expected_project_path) {
     problem = "expected_project_path";
-  } else if (read->display_name != settings.displayName)
+  } else if (read->display_name != settings.display_name)
     problem = "display_name";
-  else if (read->gain_db != settings.gainDb)
+  else if (read->gain_db != settings.gain_db)
     problem = "gain_db";
-  else if (read->playback_rate != settings.playbackRate)
+  else if (read->playback_rate != settings.playback_rate)
     problem = "playback_rate";
-  else if (read->full_handles != settings.fullHandles)
+  else if (read->full_handles != settings.full_handles)
     problem = "full_handles";
-  else if (read->source_offset_seconds != settings.sourceOffsetSeconds) {
+  else if (read->source_offset_seconds != settings.source_offset_seconds) {
     problem = "source_offset_seconds";
-  } else if (read->visible_length_seconds != settings.visibleLengthSeconds) {
+  } else if (read->visible_length_seconds != settings.visible_length_seconds) {
     problem = "visible_length_seconds";
   }
   if (problem != nullptr) return {"", mismatch(problem)};

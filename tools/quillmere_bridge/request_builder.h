@@ -4,29 +4,19 @@
 #include <optional>
 #include <string>
 
-namespace bridge_tool {
+#include "request/spot_request.h"
 
-struct SpotSettings {
-  std::string requestId;
-  std::int64_t projectItemId = 0;
-  std::string sourcePath;
-  std::string expectedProjectPath;  // empty: any project
-  std::string displayName;
-  double gainDb = 0.0;
-  double playbackRate = 1.0;
-  bool fullHandles = false;
-  double sourceOffsetSeconds = 0.0;
-  double visibleLengthSeconds = 0.0;
-};
+namespace bridge_tool {
 
 struct BuiltRequest {
   std::string document;  // empty when `problem` says why none could be made
   std::string problem;
 };
 
-// Writes the request document and reads it back with the extension's own reader: the document is
-// returned only when the extension would read every field exactly as set.
-BuiltRequest buildSpotRequest(const SpotSettings& settings);
+// Writes the request document for every field of `settings` but its version (4 when a project is
+// bound, 3 otherwise) and reads it back with the extension's own reader: the document is returned
+// only when the extension would read every field exactly as set.
+BuiltRequest buildSpotRequest(const quillmere::SpotRequest& settings);
 
 // A JSON string, quotes included, whose written form can never be taken for a quoted key name.
 std::string jsonStringLiteral(const std::string& value);
