@@ -110,9 +110,8 @@ TEST_F(RequestCycle, AnswersAndLogsBeforeAWatcherSeesTheClaimedFileLeave) {
 TEST_F(RequestCycle, WritesClassicNumbersUnderAGroupingGlobalLocale) {
   CommaLocale comma;
   host().cursor = 1234.5;
-  drop("a.json", R"({"version":3,"command":"spot","request_id":"a","project_item_id":1234567,)"
-                 R"("source_path":")" +
-                     tone() + "\"}");
+  std::string document = requestDocument("a", tone());
+  drop("a.json", document.replace(document.find(":17,"), 4, ":1234567,"));
   processOneRequest();
   EXPECT_NE(response("a").find(R"("project_item_id":1234567,)"), std::string::npos);
   EXPECT_NE(response("a").find(R"("position_seconds":1234.500000000,)"), std::string::npos);
