@@ -44,4 +44,14 @@ TEST_F(TimerTick, PollsBeforeTheHeartbeatAndBeatsWhateverThePollMeets) {
   EXPECT_EQ(lastQueuePoll, kLoad + 2s);
 }
 
+TEST_F(TimerTick, StillBeatsAndLetsNothingOutWhenThePollRaises) {
+  lastQueuePoll = lastHeartbeat = kLoad;
+  host().raising = {"GetSelectedTrack"};  // called by the spot's checks, outside its own catch
+  drop("a.json", requestDocument("a", tone()));
+  EXPECT_NO_THROW(runTick(kLoad + 1s));
+  EXPECT_TRUE(std::filesystem::exists(home.bridge() / "bridge_state.json"));
+  // Cut short like a crash: the request waits in "claimed" for the next load to fail it.
+  EXPECT_EQ(namesIn("claimed"), testing_support::Names{"a.json"});
+}
+
 }  // namespace

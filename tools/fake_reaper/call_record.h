@@ -33,6 +33,8 @@ struct Faults {
   // entry "Name PARAM" (e.g. "SetMediaItemInfo_Value D_LENGTH") fails that parameter alone.
   std::set<std::string> failing;
   std::set<std::string> missing;  // GetFunc answers null for these names
+  // These functions raise an exception, as no real host does: for what must contain it.
+  std::set<std::string> raising;
   SourceLength sourceLength = SourceLength::FromFile;
   bool takesComeWithSource = false;  // AddTakeToMediaItem gives a take that already holds one
   int registerAnswer = 1;            // what Register answers

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <limits>
+#include <stdexcept>
 #include <thread>
 
 #include "fake_reaper/fake_reaper.h"
@@ -32,6 +33,7 @@ void violate(const std::string& what) {
 }
 
 bool fails(const std::string& name, const char* parmname = nullptr) {
+  if (host().raising.count(name) != 0) throw std::runtime_error(name + " raised");
   return host().fails(name, parmname);
 }
 

@@ -16,8 +16,8 @@
 
 #include "fake_reaper/fake_reaper.h"
 #include "fake_reaper/module_loader.h"
-#include "fake_reaper/utf8_arguments.h"
 #include "fake_reaper/placement_journal.h"
+#include "fake_reaper/utf8_arguments.h"
 
 namespace {
 
