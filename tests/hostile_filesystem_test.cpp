@@ -174,7 +174,7 @@ class HostileFileSystem : public BridgeTest {
   // A private mount namespace: the tmpfs goes away with the child, whatever happens to it.
   void prepareGround(Ground ground) {
     if (::unshare(CLONE_NEWNS) != 0) cannotMount("unshare");
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0)
       cannotMount("private mounts");
     const char* size = ground == Ground::fullDisk ? "size=256k" : "size=4m";
     if (::mount("tmpfs", home.bridge().c_str(), "tmpfs", 0, size) != 0) cannotMount("tmpfs");
@@ -189,7 +189,7 @@ class HostileFileSystem : public BridgeTest {
     std::fclose(filler);
   }
   void makeReadOnly() const {
-    if (::mount(nullptr, home.bridge().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0)
+    if (::mount("tmpfs", home.bridge().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) != 0)
       cannotMount("read-only remount");
   }
 };
