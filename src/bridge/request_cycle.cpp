@@ -21,28 +21,36 @@ namespace {
 
 using Name = DirectoryListing::Name;
 
-// Byte order of the names as UTF-8; Windows lists UTF-16 names, whose order differs.
-bool precedes(Name a, Name b) {
+// Names are ordered by their UTF-8 bytes; Windows lists UTF-16 names, whose order differs.
 #ifdef _WIN32
-  return utf8FromPath(fs::path(a)) < utf8FromPath(fs::path(b));
-#else
-  return a < b;
-#endif
+std::string orderOf(Name name) {
+  return utf8FromPath(fs::path(name));
 }
+#else
+Name orderOf(Name name) {
+  return name;
+}
+#endif
 
 // The smallest candidate name, compared byte by byte: the order of names is the order of work.
 // Only a name that would win has its type read; an entry whose type cannot be read is passed
 // over like one that is not a request, and so is one passed over earlier in this poll.
 std::optional<fs::path> firstCandidate(const std::vector<fs::path>& passedOver) {
   std::optional<fs::path::string_type> first;
+  decltype(orderOf(Name())) firstOrder{};
   DirectoryListing listing(queueDirectory("requests"));
   while (const std::optional<Name> name = listing.next()) {
-    if (!isRequestName(*name) || (first && !precedes(*name, Name(*first)))) continue;
+    if (!isRequestName(*name)) continue;
+    const auto order = orderOf(*name);
+    if (first && !(order < firstOrder)) continue;
     if (std::any_of(passedOver.begin(), passedOver.end(),
                     [&](const fs::path& over) { return Name(over.native()) == *name; })) {
       continue;
     }
-    if (listing.isRegularFile()) first.emplace(*name);
+    if (listing.isRegularFile()) {
+      first.emplace(*name);
+      firstOrder = orderOf(Name(*first));
+    }
   }
   if (!first) return std::nullopt;
   return fs::path(*first);

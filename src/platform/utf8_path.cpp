@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "platform/utf8.h"
+
 namespace fs = std::filesystem;
 
 namespace quillmere {
@@ -46,32 +48,6 @@ std::uint32_t decodeOne(const std::string& bytes, std::size_t at, std::size_t& l
   return value;
 }
 
-void appendUtf8(std::string& out, std::uint32_t value) {
-  if (value < 0x80) {
-    out += static_cast<char>(value);
-  } else if (value < 0x800) {
-    out += static_cast<char>(0xC0 | (value >> 6));
-    out += static_cast<char>(0x80 | (value & 0x3F));
-  } else if (value < 0x10000) {
-    out += static_cast<char>(0xE0 | (value >> 12));
-    out += static_cast<char>(0x80 | ((value >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (value & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (value >> 18));
-    out += static_cast<char>(0x80 | ((value >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((value >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (value & 0x3F));
-  }
-}
-
-bool isHighSurrogate(std::uint32_t unit) {
-  return unit >= 0xD800 && unit <= 0xDBFF;
-}
-
-bool isLowSurrogate(std::uint32_t unit) {
-  return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
 }  // namespace
 
 std::u16string utf16FromUtf8(const std::string& bytes) {
@@ -102,7 +78,7 @@ std::string utf8FromUtf16(const std::u16string& units) {
   for (std::size_t at = 0; at < units.size(); ++at) {
     const std::uint32_t unit = units[at];
     if (isHighSurrogate(unit) && at + 1 < units.size() && isLowSurrogate(units[at + 1])) {
-      appendUtf8(bytes, 0x10000 + ((unit - 0xD800) << 10) + (units[at + 1] - 0xDC00));
+      appendUtf8(bytes, combineSurrogates(unit, units[at + 1]));
       ++at;
     } else {
       appendUtf8(bytes, unit);

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "platform/utf8.h"
 #include "request/number_text.h"
 
 namespace quillmere {
@@ -10,14 +11,6 @@ namespace {
 
 bool isValueSpace(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-bool isHighSurrogate(std::uint32_t value) {
-  return value >= 0xD800 && value <= 0xDBFF;
-}
-
-bool isLowSurrogate(std::uint32_t value) {
-  return value >= 0xDC00 && value <= 0xDFFF;
 }
 
 }  // namespace
@@ -81,7 +74,7 @@ std::optional<std::string> jsonString(const std::string& text, const std::string
             text[cursor + 2] == 'u') {
           const std::optional<std::uint32_t> low = parseHex4(text, cursor + 3);
           if (low && isLowSurrogate(*low)) {
-            codePoint = ((codePoint - 0xD800) << 10) + 0x10000 + (*low - 0xDC00);
+            codePoint = combineSurrogates(codePoint, *low);
             cursor += 6;
           }
         }
@@ -127,25 +120,6 @@ std::int32_t hexDigit(signed char c) {
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
-}
-
-void appendUtf8(std::string& out, std::uint32_t cp) {
-  const auto byte = [&out](std::uint32_t value) { out += static_cast<char>(value); };
-  if (cp < 0x80) {
-    byte(cp);
-  } else if (cp < 0x800) {
-    byte(0xC0 | (cp >> 6));
-    byte(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    byte(0xE0 | (cp >> 12));
-    byte(0x80 | ((cp >> 6) & 0x3F));
-    byte(0x80 | (cp & 0x3F));
-  } else if (cp < 0x110000) {
-    byte(0xF0 | (cp >> 18));
-    byte(0x80 | ((cp >> 12) & 0x3F));
-    byte(0x80 | ((cp >> 6) & 0x3F));
-    byte(0x80 | (cp & 0x3F));
-  }
 }
 
 }  // namespace quillmere

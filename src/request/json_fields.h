@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/utf8.h"
+
 namespace quillmere {
 
 std::optional<std::uint64_t> valueStart(const std::string& text, const std::string& key);
@@ -15,6 +17,5 @@ std::optional<bool> jsonBool(const std::string& text, const std::string& key);
 
 std::optional<std::uint32_t> parseHex4(const std::string& text, std::uint64_t position);
 std::int32_t hexDigit(signed char c);
-void appendUtf8(std::string& out, std::uint32_t cp);
 
 }  // namespace quillmere

@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+#include "child_process/child_process.h"
+
 namespace testing_support {
 
 namespace {
@@ -19,20 +21,7 @@ std::vector<char*> argumentVector(const std::vector<std::string>& argv) {
   return out;
 }
 
-int waitFor(pid_t pid) {
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  return exitCodeOf(status);
-}
-
 }  // namespace
-
-int exitCodeOf(int status) {
-  if (WIFEXITED(status)) return WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
-  return -1;
-}
 
 Finished runProgram(const std::vector<std::string>& argv, std::chrono::milliseconds limit) {
   Finished finished;
@@ -79,24 +68,13 @@ Finished runProgram(const std::vector<std::string>& argv, std::chrono::milliseco
   for (pollfd& fd : fds) {
     if (fd.fd >= 0) ::close(fd.fd);
   }
-  finished.exitCode = waitFor(pid);
+  finished.exitCode = child_process::exitCodeOf(child_process::wait(pid));
   return finished;
 }
 
 Background::Background(const std::vector<std::string>& argv,
-                       const std::filesystem::path& outputFile) {
-  std::vector<char*> arguments = argumentVector(argv);
-  pid_ = ::fork();
-  if (pid_ == 0) {
-    const int output = ::open(outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    ::dup2(output, 1);
-    ::dup2(output, 2);
-    const int nothing = ::open("/dev/null", O_RDONLY);
-    ::dup2(nothing, 0);
-    ::execv(arguments[0], arguments.data());
-    ::_exit(127);
-  }
-}
+                       const std::filesystem::path& outputFile)
+    : pid_(child_process::start(argv, outputFile.string(), false)) {}
 
 Background::~Background() {
   stop();
@@ -112,7 +90,7 @@ int Background::stop(int signal) {
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, &status, 0);
   }
-  exitCode_ = exitCodeOf(status);
+  exitCode_ = child_process::exitCodeOf(status);
   pid_ = -1;
   return exitCode_;
 }

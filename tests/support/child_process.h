@@ -40,8 +40,6 @@ class Background {
 template <typename Done>
 bool eventually(Done done, std::chrono::milliseconds limit = std::chrono::seconds(10));
 
-int exitCodeOf(int status);
-
 }  // namespace testing_support
 
 #include <thread>

@@ -18,8 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "child_process/child_process.h"
 #include "fake_reaper/audio_sources.h"
-#include "kill_soak/child_process.h"
 #include "kill_soak/soak_checks.h"
 #include "kill_soak/soak_queue.h"
 
@@ -114,10 +114,10 @@ class Soak {
       if (child < 0) return fail("cannot start " + options_.standin);
       std::this_thread::sleep_for(std::chrono::microseconds(gapUs(random)));
       ::kill(child, SIGKILL);
-      const int status = kill_soak::waitChild(child);
+      const int status = child_process::wait(child);
       if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
         return fail("run " + std::to_string(runs_) + " ended before its kill (" +
-                    kill_soak::describeStatus(status) + "); see " +
+                    child_process::describe(status) + "); see " +
                     (scratch_ / "standin.log").string());
       }
     }
@@ -151,7 +151,7 @@ class Soak {
                                      journal_.string(), "--call-ms", options_.callMs};
     argv.insert(argv.end(), extra.begin(), extra.end());
     ++runs_;
-    return kill_soak::startChild(argv, home_.string(), (scratch_ / log).string());
+    return child_process::start(argv, (scratch_ / log).string(), true, home_.string());
   }
 
   // One uninterrupted run until nothing waits in "requests" or "claimed", then a clean stop.
@@ -165,9 +165,9 @@ class Soak {
       std::this_thread::sleep_for(20ms);
     }
     ::kill(child, SIGTERM);
-    const int status = kill_soak::waitChild(child);
+    const int status = child_process::wait(child);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-      return fail("the draining run ended with " + kill_soak::describeStatus(status));
+      return fail("the draining run ended with " + child_process::describe(status));
     }
     return true;
   }
@@ -176,13 +176,13 @@ class Soak {
   bool loadCleanly() {
     const pid_t child = start({"--seconds", "0.3"}, "final.log");
     if (child < 0) return fail("cannot start " + options_.standin);
-    const int status = kill_soak::waitChild(child);
+    const int status = child_process::wait(child);
     const fs::path log = scratch_ / "final.log";
     std::ifstream in(log);
     const std::string account{std::istreambuf_iterator<char>(in), {}};
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 ||
         account.find("\nviolations: 0\n") == std::string::npos) {
-      return fail("the clean load ended with " + kill_soak::describeStatus(status) + "; see " +
+      return fail("the clean load ended with " + child_process::describe(status) + "; see " +
                   log.string());
     }
     return true;
