@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "bridge/bridge_directory.h"
+#include "platform/nonblocking_file.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -104,18 +105,11 @@ std::int64_t nowMs() {
 }
 
 std::optional<std::string> readRegularFile(const fs::path& path, std::uintmax_t limit) {
-  std::error_code error;
-  // Only a regular file is opened: a FIFO in its place would block the open.
-  if (!fs::is_regular_file(path, error) || error) return std::nullopt;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::string text;
-  char buffer[65536];
-  while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
-    text.append(buffer, static_cast<std::size_t>(in.gcount()));
-    if (text.size() > limit) return std::nullopt;
-  }
-  if (in.bad()) return std::nullopt;
+  // The extension's own open: a FIFO at the path, even one put there a moment ago, is refused.
+  quillmere::NonblockingFile in(path, quillmere::NonblockingFile::Mode::read);
+  if (!in.isOpen() || in.size() > limit) return std::nullopt;
+  std::optional<std::string> text = in.readAtMost(static_cast<std::size_t>(limit) + 1);
+  if (!text || text->size() > limit) return std::nullopt;
   return text;
 }
 
