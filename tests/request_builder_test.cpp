@@ -71,13 +71,4 @@ TEST(RequestBuilder, ARequestTheExtensionWouldReadOtherwiseIsRefused) {
             "the extension would not read \"playback_rate\" as given");
 }
 
-TEST(RequestBuilder, AProjectMakesItAVersionFourRequest) {
-  quillmere::SpotRequest settings = settingsWithName("x");
-  settings.expected_project_path = "/Songs/a.rpp";
-  const auto read = quillmere::parseRequest(buildSpotRequest(settings).document);
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->version, 4);
-  EXPECT_EQ(read->expected_project_path, "/Songs/a.rpp");
-}
-
 }  // namespace
