@@ -18,10 +18,12 @@ PlacementJournal::~PlacementJournal() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-void PlacementJournal::recordNewItems(const Project& project) {
+void PlacementJournal::recordNewItems(Project& project) {
   if (fd_ < 0) return;
-  for (const Item* item : project.allItems()) {
-    if (!journaled_.insert(item).second) continue;
+  // A flag on the item, not its address: a rolled-back item's memory may hold the next one.
+  for (Item* item : project.allItems()) {
+    if (item->journaled) continue;
+    item->journaled = true;
     for (const auto& take : item->takes) {
       const std::string line = take->name + "\n";
       ssize_t written = 0;

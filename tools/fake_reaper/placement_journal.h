@@ -2,7 +2,6 @@
 // killed at any moment leaves in the file exactly the placements it had committed.
 #pragma once
 
-#include <set>
 #include <string>
 
 #include "fake_reaper/project.h"
@@ -20,14 +19,13 @@ class PlacementJournal {
   bool isOpen() const { return fd_ >= 0; }
   const std::string& error() const { return error_; }
 
-  // Writes one line per take of every item of `project` not journaled before: the take's name.
-  // Each line reaches the file by its own write, before this returns.
-  void recordNewItems(const Project& project);
+  // Writes one line per take of every item of `project` not journaled before, the take's name,
+  // and marks the item journaled. Each line reaches the file by its own write, before this returns.
+  void recordNewItems(Project& project);
 
  private:
   int fd_ = -1;
   std::string error_;
-  std::set<const Item*> journaled_;
 };
 
 }  // namespace fake_reaper

@@ -24,6 +24,7 @@ struct Item {
   double position = 0.0;
   double length = 0.0;
   bool selected = false;
+  bool journaled = false;  // written to the placement journal, when there is one
   std::vector<std::unique_ptr<Take>> takes;
 };
 
