@@ -73,8 +73,8 @@ class Checker {
   SoakOutcome run() {
     checkQueuesEmpty();
     checkPlacementsKnown();
-    const std::map<std::string, nlohmann::json> lastLogLines = readLog();
-    for (const QueuedRequest& request : queued_) checkRequest(request, lastLogLines);
+    const std::map<std::string, std::vector<nlohmann::json>> logLines = readLog();
+    for (const QueuedRequest& request : queued_) checkRequest(request, logLines);
     checkNoStrayResponses();
     if (!oneLine(readAll(bridge_ / "bridge_state.json"))) {
       problem("bridge_state.json is not one complete JSON line");
@@ -99,26 +99,29 @@ class Checker {
     for (const QueuedRequest& request : queued_) known.insert(request.takeName);
     for (const auto& [name, count] : placements_) {
       if (known.count(name) == 0) problem("placed a take no request asked for: \"" + name + "\"");
-      if (count > 1) problem("\"" + name + "\" placed " + std::to_string(count) + " times");
+      if (count > 1) {
+        ++outcome_.placedTwice;
+        problem("\"" + name + "\" placed " + std::to_string(count) + " times");
+      }
     }
   }
 
-  // The last log line of every request id; every line must be complete JSON.
-  std::map<std::string, nlohmann::json> readLog() {
-    std::map<std::string, nlohmann::json> last;
+  // The log lines of every request id, in order; every line must be complete JSON.
+  std::map<std::string, std::vector<nlohmann::json>> readLog() {
+    std::map<std::string, std::vector<nlohmann::json>> byId;
     for (const std::string& line : lines(readAll(bridge_ / "delivery.log"))) {
       const std::optional<nlohmann::json> entry = oneLine(line);
       if (!entry || !(*entry)["request_id"].is_string()) {
         problem("delivery.log: not one complete JSON line: " + line);
         continue;
       }
-      last[(*entry)["request_id"].get<std::string>()] = *entry;
+      byId[(*entry)["request_id"].get<std::string>()].push_back(*entry);
     }
-    return last;
+    return byId;
   }
 
   void checkRequest(const QueuedRequest& request,
-                    const std::map<std::string, nlohmann::json>& lastLogLines) {
+                    const std::map<std::string, std::vector<nlohmann::json>>& logLines) {
     const std::string& name = request.fileName;
     const bool completed = fs::exists(bridge_ / "completed" / name);
     const bool failed = fs::exists(bridge_ / "failed" / name);
@@ -151,13 +154,37 @@ class Checker {
               responseText);
     }
 
-    const auto logged = lastLogLines.find(request.id);
-    if (logged == lastLogLines.end()) {
+    const auto logged = logLines.find(request.id);
+    if (logged == logLines.end()) {
       problem(request.id + " has no delivery.log line");
-    } else if (logged->second["ok"] != completed || logged->second["message"] != message) {
-      problem(request.id + "'s last delivery.log line does not match " + archived.string() + ": " +
-              logged->second.dump());
+      return;
     }
+    checkAnswers(request.id, logged->second, completed, archived);
+  }
+
+  // Answered twice: a completed request logged more than once, a second success, a success after
+  // the interrupted answer, or a last line that contradicts the archive.
+  void checkAnswers(const std::string& id, const std::vector<nlohmann::json>& answers,
+                    bool completed, const fs::path& archived) {
+    const std::size_t before = outcome_.problems.size();
+    const nlohmann::json& last = answers.back();
+    if (last["ok"] != completed || last["message"] != (completed ? kSpotted : kInterrupted)) {
+      problem(id + "'s last delivery.log line does not match " + archived.string() + ": " +
+              last.dump());
+    }
+    if (answers.size() > 1 && completed) {
+      problem(id + " completed but answered " + std::to_string(answers.size()) + " times");
+    } else if (answers.size() > 1) {
+      ++outcome_.loggedMoreThanOnce;
+      for (std::size_t i = 0; i < answers.size(); ++i) {
+        const bool success = answers[i]["ok"] == true && answers[i]["message"] == kSpotted;
+        const bool interrupted = answers[i]["ok"] == false && answers[i]["message"] == kInterrupted;
+        if (!interrupted && !(i == 0 && success)) {
+          problem(id + " answered again after its first answer: " + answers[i].dump());
+        }
+      }
+    }
+    if (outcome_.problems.size() != before) ++outcome_.answeredTwice;
   }
 
   void checkNoStrayResponses() {
