@@ -44,14 +44,17 @@ constexpr std::uint32_t kGoingDownNoLogFlush = 0x2;
 constexpr int kTrackedDescriptors = 4096;
 constexpr int kMostRoots = 8;
 
+enum class How { kill, stop, cut };
+
+// Zero-initialised, and so ready before any constructor runs, whatever their order.
 struct Settings {
-  bool ready = false;
+  bool ready;
   char roots[kMostRoots][PATH_MAX];
-  int rootCount = 0;
-  int traceDescriptor = -1;
-  long endAt = 0;
-  enum class How { kill, stop, cut } how = How::kill;
-  char cutFolder[PATH_MAX] = {};
+  int rootCount;
+  int traceDescriptor;
+  long endAt;
+  How how;
+  char cutFolder[PATH_MAX];
 };
 
 Settings settings;
@@ -84,6 +87,7 @@ __attribute__((constructor)) void readSettings() {
       from = end + 1;
     }
   }
+  settings.traceDescriptor = -1;
   if (const char* trace = std::getenv("QUILLMERE_SHIM_TRACE")) {
     settings.traceDescriptor =
         real<OpenFunction>("open")(trace, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -91,9 +95,9 @@ __attribute__((constructor)) void readSettings() {
   if (const char* endAt = std::getenv("QUILLMERE_SHIM_END_AT")) settings.endAt = std::atol(endAt);
   if (const char* how = std::getenv("QUILLMERE_SHIM_END_HOW")) {
     if (std::strcmp(how, "stop") == 0) {
-      settings.how = Settings::How::stop;
+      settings.how = How::stop;
     } else if (std::strncmp(how, "cut:", 4) == 0 && std::strlen(how + 4) < PATH_MAX) {
-      settings.how = Settings::How::cut;
+      settings.how = How::cut;
       std::strcpy(settings.cutFolder, how + 4);
     }
   }
@@ -143,10 +147,10 @@ bool underRoot(int folder, const char* path, char* resolved) {
 
 void endProcess() {
   switch (settings.how) {
-    case Settings::How::stop:
+    case How::stop:
       ::kill(::getpid(), SIGSTOP);
       break;
-    case Settings::How::cut: {
+    case How::cut: {
       const int folder = real<OpenFunction>("open")(settings.cutFolder, O_RDONLY | O_DIRECTORY);
       std::uint32_t flags = kGoingDownNoLogFlush;
       if (folder < 0 || real<IoctlFunction>("ioctl")(folder, kExt4Shutdown, &flags) != 0) {
@@ -155,7 +159,7 @@ void endProcess() {
       }
       break;
     }
-    case Settings::How::kill:
+    case How::kill:
       break;
   }
   ::kill(::getpid(), SIGKILL);
