@@ -20,6 +20,9 @@ struct SoakOutcome {
   std::size_t placedTwice = 0;        // takes placed more than once
   std::size_t answeredTwice = 0;      // requests whose answers contradict or repeat a success
   std::vector<std::string> problems;  // every broken guarantee, in words
+  // With `answersMayBeLost`: responses and log lines found missing or cut short, which a power cut
+  // may take with it when they were never flushed.
+  std::vector<std::string> lostAnswers;
 };
 
 // Checks, for every queued request: placed at most once; archived exactly once, in "completed"
@@ -29,6 +32,6 @@ struct SoakOutcome {
 // "requests" or "claimed"; every response, every log line and the state file one complete JSON
 // line; no ".tmp" file anywhere.
 SoakOutcome checkSoak(const std::filesystem::path& bridge, const std::filesystem::path& journal,
-                      const std::vector<QueuedRequest>& queued);
+                      const std::vector<QueuedRequest>& queued, bool answersMayBeLost = false);
 
 }  // namespace kill_soak
