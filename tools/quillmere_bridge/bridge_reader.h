@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "bridge/file_primitives.h"
+
 namespace bridge_tool {
 
 // A heartbeat older than this means the extension is not running: it writes one every second.
@@ -14,7 +16,7 @@ constexpr std::chrono::seconds kAliveWithin{5};
 // A temporary file this old was left by a writer that stopped half-way.
 constexpr std::chrono::seconds kStaleTemporaryAge{60};
 // The extension does not read request documents larger than this.
-constexpr std::uintmax_t kMaxDocumentBytes = 16u * 1024u * 1024u;
+constexpr std::uintmax_t kMaxDocumentBytes = quillmere::kLargestReadableFile;
 
 // The bridge folder: --bridge when given, otherwise where the extension puts it for this HOME
 // (the working folder when HOME is unset or empty).

@@ -174,7 +174,7 @@ int runSend(const Invocation& invocation) {
   const std::uintmax_t size = fs::file_size(invocation.document, error);
   if (!error && size > kMaxDocumentBytes) {
     return fail(kBadUsage,
-                invocation.document + " is larger than 16 MiB, which the extension does not read");
+                invocation.document + " is larger than 1 MiB, which the extension does not read");
   }
   const std::optional<std::string> document =
       readRegularFile(invocation.document, kMaxDocumentBytes);

@@ -75,7 +75,7 @@ void addFolderProblems(StatusReport& report) {
   }
   if (requests.oversized > 0) {
     report.problems.push_back(plural(requests.oversized, "request is", "requests are") +
-                              " larger than 16 MiB, which the extension fails unread: write "
+                              " larger than 1 MiB, which the extension fails unread: write "
                               "smaller documents.");
   }
   if (report.passedOver > 0) {
