@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "bridge/file_primitives.h"
+
 namespace bridge_tool {
 
 // A heartbeat older than this means the extension is not running: it writes one every second.
@@ -17,7 +19,7 @@ constexpr std::chrono::seconds kAliveWithin{5};
 // any writer still at work yet soon enough for someone looking after a failed drop to see it.
 constexpr std::chrono::seconds kStaleTemporaryAge{60};
 // The extension answers a larger request document invalid without reading it.
-constexpr std::uintmax_t kMaxDocumentBytes = 1024u * 1024u;
+constexpr std::uintmax_t kMaxDocumentBytes = quillmere::kLargestReadableFile;
 
 // The bridge folder: --bridge when given, otherwise where the extension puts it: under HOME, else
 // (on Windows) USERPROFILE, else the working folder.
