@@ -1,5 +1,6 @@
 #include "extension/timer_tick.h"
 
+#include "bridge/bridge_owner.h"
 #include "bridge/report_files.h"
 #include "bridge/request_cycle.h"
 
@@ -39,6 +40,13 @@ DueJobs takeDueJobs(SteadyTime now) {
 
 void runTick(SteadyTime now) {
   const DueJobs due = takeDueJobs(now);
+  // A process that waits for the bridge tries for it on the heartbeat's schedule and does nothing
+  // else until it has it.
+  if (!ownsBridge()) {
+    bool owner = false;
+    if (due.heartbeat) runShielded([&owner] { owner = takeOverBridge(); });
+    if (!owner) return;
+  }
   if (due.poll) runShielded(processOneRequest);
   if (due.heartbeat) runShielded(writeHeartbeat);
 }

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "bridge/bridge_directory.h"
+#include "bridge/bridge_owner.h"
 #include "platform/utf8_path.h"
 #include "report/json_escape.h"
 #include "support/host_fixture.h"
@@ -19,6 +20,11 @@ class BridgeTest : public HostTest {
     HostTest::SetUp();
     host().addTrack(true);
     ASSERT_TRUE(quillmere::ensureDirectories());
+  }
+  // The bridge a test took over lies in its own HOME, which goes with it.
+  void TearDown() override {
+    quillmere::leaveBridge();
+    HostTest::TearDown();
   }
 
   std::filesystem::path queue(const char* name) const { return home.bridge() / name; }
