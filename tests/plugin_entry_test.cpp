@@ -52,21 +52,15 @@ TEST_F(PluginEntry, UnregistersAnAcceptedTimerOnceAndARefusedOneNever) {
   EXPECT_EQ(host().registrations, (decltype(host().registrations){on, {"-timer", on.second}, on}));
 }
 
-// Whether some process or object holds a lock on the bridge's file `name`; asking takes none.
-bool lockedElsewhere(const fs::path& bridge, const char* name) {
-  return FileLock().tryTake(bridge / name, FileLock::Kind::exclusive) ==
-         FileLock::Attempt::heldElsewhere;
-}
-
 TEST_F(PluginEntry, OwnsTheBridgeUnderItsIdUntilUnloadedOrRefusedATimer) {
   for (const int registerAnswer : {1, 0}) {
     SCOPED_TRACE(registerAnswer);
     host().registerAnswer = registerAnswer;
     EXPECT_EQ(ReaperPluginEntry(nullptr, &host().record), registerAnswer);
-    EXPECT_EQ(lockedElsewhere(home.bridge(), "bridge.lock"), registerAnswer == 1);
+    EXPECT_EQ(lockedElsewhere(home.bridge() / "bridge.lock"), registerAnswer == 1);
     EXPECT_EQ(readAll(home.bridge() / "bridge.lock"), std::to_string(currentProcessId()) + "\n");
     ReaperPluginEntry(nullptr, nullptr);
-    EXPECT_FALSE(lockedElsewhere(home.bridge(), "bridge.lock"));
+    EXPECT_FALSE(lockedElsewhere(home.bridge() / "bridge.lock"));
   }
 }
 
@@ -89,11 +83,11 @@ TEST_F(PluginEntry, LoadsAsAWaiterThatTouchesNothingWhileItCannotOwnTheBridge) {
     arrange(home.bridge(), other);
     ASSERT_EQ(ReaperPluginEntry(nullptr, &host().record), 1);
     EXPECT_NE(host().timer, nullptr);
-    EXPECT_TRUE(lockedElsewhere(home.bridge(), "bridge.waiting"));
+    EXPECT_TRUE(lockedElsewhere(home.bridge() / "bridge.waiting"));
     EXPECT_EQ(namesIn("claimed"), Names{"c.json"});
     EXPECT_FALSE(fs::exists(home.bridge() / "bridge_state.json"));
     ReaperPluginEntry(nullptr, nullptr);
-    EXPECT_FALSE(lockedElsewhere(home.bridge(), "bridge.waiting"));
+    EXPECT_FALSE(lockedElsewhere(home.bridge() / "bridge.waiting"));
   }
 }
 

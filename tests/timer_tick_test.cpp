@@ -114,8 +114,7 @@ TEST_F(TimerTick, TakesTheBridgeOverOnTheHeartbeatsScheduleOnceItsOwnerIsGoneAnd
   EXPECT_EQ(namesIn("failed"), testing_support::Names{"c.json"});
   EXPECT_EQ(namesIn("completed"), testing_support::Names{"a.json"});
   EXPECT_TRUE(beaten());
-  EXPECT_EQ(FileLock().tryTake(home.bridge() / "bridge.waiting", FileLock::Kind::exclusive),
-            FileLock::Attempt::taken);
+  EXPECT_FALSE(testing_support::lockedElsewhere(home.bridge() / "bridge.waiting"));
 }
 
 }  // namespace
