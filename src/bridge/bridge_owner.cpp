@@ -26,7 +26,10 @@ bool ownsBridge() {
 }
 
 bool takeOverBridge() {
-  if (ownerLock.held()) return true;
+  if (ownerLock.stillAtItsPath()) return true;
+  // A lock on a file that has since been removed, with the bridge folder say, guards nothing:
+  // whoever locks what stands there now owns the bridge.
+  ownerLock.release();
   // A lock file that cannot even be opened (an unwritable folder, a link in its place) is no
   // licence to serve without it: the process waits and tries again, like any other waiter.
   if (ownerLock.tryTake(bridgeDirectory() / "bridge.lock", FileLock::Kind::exclusive) !=

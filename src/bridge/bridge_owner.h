@@ -6,7 +6,8 @@ namespace quillmere {
 // "bridge.lock" in the bridge folder, which the system releases when the process ends.
 bool ownsBridge();
 
-// Tries once to become the bridge's owner, unless this process already is. With the lock taken,
+// Tries once to become the bridge's owner, unless this process already is and its lock file is
+// still in place (it has to try again when it is not). With the lock taken,
 // bridge.lock is made to hold this process's id, the waiting marker is given up, and the requests
 // that an earlier owner left in "claimed" are failed before anything new is taken. Otherwise the
 // process waits, holding a shared lock on "bridge.waiting" that shows others it does. True when

@@ -40,13 +40,10 @@ DueJobs takeDueJobs(SteadyTime now) {
 
 void runTick(SteadyTime now) {
   const DueJobs due = takeDueJobs(now);
-  // A process that waits for the bridge tries for it on the heartbeat's schedule and does nothing
-  // else until it has it.
-  if (!ownsBridge()) {
-    bool owner = false;
-    if (due.heartbeat) runShielded([&owner] { owner = takeOverBridge(); });
-    if (!owner) return;
-  }
+  // On the heartbeat's schedule a waiting process tries for the bridge and the owner makes sure
+  // it still holds it; neither runs anything else without it.
+  if (due.heartbeat) runShielded(takeOverBridge);
+  if (!ownsBridge()) return;
   if (due.poll) runShielded(processOneRequest);
   if (due.heartbeat) runShielded(writeHeartbeat);
 }

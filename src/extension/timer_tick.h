@@ -19,7 +19,7 @@ DueJobs takeDueJobs(SteadyTime now);
 
 // One tick at `now`: the poll, then the heartbeat, each shielded from the other's failure. A
 // process that does not own the bridge runs neither; when the heartbeat is due it tries to take
-// the bridge over, and on taking it runs both as due.
+// the bridge over (and the owner checks that it still has it), then runs both as due.
 void runTick(SteadyTime now);
 
 void timerCallback();

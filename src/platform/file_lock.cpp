@@ -13,6 +13,7 @@
 #include <windows.h>
 #else
 #include <sys/file.h>
+#include <sys/stat.h>
 #endif
 
 namespace quillmere {
@@ -46,6 +47,12 @@ void unlock(int descriptor) {
   ::UnlockFileEx(reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor)), 0, 1, 0, &range);
 }
 
+// The lock file is opened without delete sharing, so while it is held it can be neither removed
+// nor renamed, nor can the folders above it.
+bool sameFile(int, const std::filesystem::path&) {
+  return true;
+}
+
 #else
 
 FileLock::Attempt lock(int descriptor, FileLock::Kind kind) {
@@ -62,6 +69,12 @@ void unlock(int descriptor) {
   ::flock(descriptor, LOCK_UN);
 }
 
+bool sameFile(int descriptor, const std::filesystem::path& path) {
+  struct stat open, named;
+  return ::fstat(descriptor, &open) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
 #endif
 
 }  // namespace
@@ -75,7 +88,12 @@ FileLock::Attempt FileLock::tryTake(const std::filesystem::path& path, Kind kind
   file_.emplace(path, NonblockingFile::Mode::lock);
   const Attempt attempt = file_->isOpen() ? lock(file_->descriptor_, kind) : Attempt::unavailable;
   if (attempt != Attempt::taken) file_.reset();
+  path_ = path;
   return attempt;
+}
+
+bool FileLock::stillAtItsPath() const {
+  return held() && sameFile(file_->descriptor_, path_);
 }
 
 bool FileLock::replaceContents(const std::string& contents) {

@@ -29,12 +29,16 @@ class FileLock {
   // this object is released first.
   Attempt tryTake(const std::filesystem::path& path, Kind kind);
   bool held() const { return file_.has_value(); }
+  // Whether the path it was taken on still names the locked file: false once that file has been
+  // removed or replaced, when another object may lock whatever stands there now.
+  bool stillAtItsPath() const;
   // Replaces the locked file's contents; false when nothing is held or the file cannot be written.
   bool replaceContents(const std::string& contents);
   void release();
 
  private:
   std::optional<NonblockingFile> file_;
+  std::filesystem::path path_;
 };
 
 }  // namespace quillmere

@@ -31,11 +31,11 @@ namespace {
 
 // Opens the object at the path itself, never what a link or junction there points to, and
 // refuses it when it is one: a dangling link must not bring its target into being.
-int openUnfollowed(const std::filesystem::path& path, DWORD access, DWORD disposition,
-                   int crtFlags) {
-  const HANDLE handle = ::CreateFileW(
-      path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-      disposition, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+int openUnfollowed(const std::filesystem::path& path, DWORD access, DWORD sharing,
+                   DWORD disposition, int crtFlags) {
+  const HANDLE handle =
+      ::CreateFileW(path.c_str(), access, sharing, nullptr, disposition,
+                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return -1;
   BY_HANDLE_FILE_INFORMATION information;
   if (::GetFileInformationByHandle(handle, &information) == 0 ||
@@ -60,11 +60,16 @@ int openRaw(const std::filesystem::path& path, NonblockingFile::Mode mode) {
                       _S_IREAD | _S_IWRITE);
     case NonblockingFile::Mode::append:
       // Append access alone places every write at the end, whatever the position.
-      return openUnfollowed(path, GENERIC_READ | FILE_APPEND_DATA, OPEN_ALWAYS, _O_APPEND);
+      return openUnfollowed(path, GENERIC_READ | FILE_APPEND_DATA,
+                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_ALWAYS,
+                            _O_APPEND);
     case NonblockingFile::Mode::lock: {
-      const int descriptor = openUnfollowed(path, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS, 0);
+      // Without delete sharing, nothing can remove or replace a lock file while it is open.
+      const DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE;
+      const int descriptor =
+          openUnfollowed(path, GENERIC_READ | GENERIC_WRITE, sharing, OPEN_ALWAYS, 0);
       if (descriptor >= 0 || ::GetLastError() != ERROR_ACCESS_DENIED) return descriptor;
-      return openUnfollowed(path, GENERIC_READ, OPEN_EXISTING, _O_RDONLY);
+      return openUnfollowed(path, GENERIC_READ, sharing, OPEN_EXISTING, _O_RDONLY);
     }
   }
   return -1;
