@@ -15,7 +15,7 @@ FileLock ownerLock;
 FileLock waitingMarker;
 
 void waitForBridge() {
-  if (!waitingMarker.held())
+  if (!waitingMarker.stillAtItsPath())
     waitingMarker.tryTake(bridgeDirectory() / "bridge.waiting", FileLock::Kind::shared);
 }
 
