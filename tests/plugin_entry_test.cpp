@@ -71,14 +71,19 @@ TEST_F(PluginEntry, LoadsAsAWaiterThatTouchesNothingWhileItCannotOwnTheBridge) {
          ASSERT_EQ(other.tryTake(bridge / "bridge.lock", FileLock::Kind::exclusive),
                    FileLock::Attempt::taken);
        }},
-      // An unwritable folder is no licence to serve unguarded either.
+      // A lock that cannot be had for any other reason is no licence to serve unguarded either.
       {"a folder in the lock's place",
        [](const fs::path& bridge, FileLock&) { fs::create_directory(bridge / "bridge.lock"); }},
+      {"a dangling link in the lock's place",
+       [](const fs::path& bridge, FileLock&) {
+         if (!makeSymlink(bridge / "nowhere", bridge / "bridge.lock"))
+           fs::create_directory(bridge / "bridge.lock");  // no links on this platform
+       }},
   };
   writeAll(queue("claimed") / "c.json", requestDocument("cut", tone()));
   for (const auto& [name, arrange] : cases) {
     SCOPED_TRACE(name);
-    fs::remove(home.bridge() / "bridge.lock");
+    fs::remove_all(home.bridge() / "bridge.lock");
     FileLock other;
     arrange(home.bridge(), other);
     ASSERT_EQ(ReaperPluginEntry(nullptr, &host().record), 1);
@@ -86,6 +91,7 @@ TEST_F(PluginEntry, LoadsAsAWaiterThatTouchesNothingWhileItCannotOwnTheBridge) {
     EXPECT_TRUE(lockedElsewhere(home.bridge() / "bridge.waiting"));
     EXPECT_EQ(namesIn("claimed"), Names{"c.json"});
     EXPECT_FALSE(fs::exists(home.bridge() / "bridge_state.json"));
+    EXPECT_FALSE(fs::exists(home.bridge() / "nowhere"));
     ReaperPluginEntry(nullptr, nullptr);
     EXPECT_FALSE(lockedElsewhere(home.bridge() / "bridge.waiting"));
   }
