@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
+#include "request/json_fields.h"
 #include "request/spot_request.h"
 
 namespace {
@@ -12,10 +14,45 @@ void require(bool condition) {
   if (!condition) __builtin_trap();
 }
 
+// The request's keys and a few short ones that random bytes hit more often.
+constexpr std::string_view kKeys[] = {"version",
+                                      "command",
+                                      "request_id",
+                                      "project_item_id",
+                                      "source_path",
+                                      "expected_project_path",
+                                      "display_name",
+                                      "gain_db",
+                                      "playback_rate",
+                                      "full_handles",
+                                      "source_offset_seconds",
+                                      "visible_length_seconds",
+                                      "",
+                                      "a",
+                                      "aa"};
+
+// The lookup as plainly written: a search for the quoted key from the start of the text.
+std::optional<std::size_t> searchedValueStart(const std::string& text, std::string_view key) {
+  const std::size_t match = text.find('"' + std::string(key) + '"');
+  if (match == std::string::npos) return std::nullopt;
+  const std::size_t colon = text.find(':', match + key.size() + 2);
+  if (colon == std::string::npos) return std::nullopt;
+  std::size_t position = colon + 1;
+  while (position < text.size() &&
+         std::string_view(" \t\r\n").find(text[position]) != std::string_view::npos)
+    ++position;
+  if (position >= text.size()) return std::nullopt;
+  return position;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
+  const quillmere::JsonFields fields(text, kKeys);
+  for (const std::string_view key : kKeys)
+    require(fields.valueStart(key) == searchedValueStart(text, key));
+
   const std::optional<quillmere::SpotRequest> request = quillmere::parseRequest(text);
   if (!request) return 0;
   require(quillmere::safeRequestId(request->request_id));

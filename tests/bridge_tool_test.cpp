@@ -1,16 +1,21 @@
 // quillmere-bridge run as a program against the real library loaded in the stand-in host, and
 // against bridge folders laid out by hand. The waits are bounded waits for events, not pacing.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 
 #include "fake_reaper/fake_reaper.h"
+#include "quillmere_bridge/request_drop.h"
 #include "support/child_process.h"
 #include "support/temp_home.h"
 
@@ -98,6 +103,38 @@ std::vector<json> jsonLines(const std::string& text) {
   return lines;
 }
 
+std::vector<std::string> idsIn(const std::vector<json>& lines) {
+  std::vector<std::string> ids;
+  for (const json& line : lines) ids.push_back(line.value("request_id", "?"));
+  return ids;
+}
+
+std::string logLine(const std::string& id, bool ok, const std::string& message) {
+  return R"({"timestamp_ms":1763254512345,"request_id":")" + id + R"(","ok":)" +
+         (ok ? "true" : "false") + R"(,"message":")" + message + "\"}\n";
+}
+
+// A lock this process holds as a REAPER holding the bridge (exclusive) or waiting for it (shared)
+// would, until destroyed.
+class HeldLock {
+ public:
+  HeldLock(const fs::path& file, int operation, const std::string& text) {
+    fd_ = ::open(file.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    held_ = fd_ >= 0 && ::flock(fd_, operation | LOCK_NB) == 0 &&
+            ::write(fd_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  }
+  ~HeldLock() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  HeldLock(const HeldLock&) = delete;
+  HeldLock& operator=(const HeldLock&) = delete;
+  bool held() const { return held_; }
+
+ private:
+  int fd_ = -1;
+  bool held_ = false;
+};
+
 TEST_F(BridgeTool, StatusReportsTheRunningExtensionWithWhatReaperToldIt) {
   startStandin({"--tracks", "3", "--select", "2", "--cursor", "12.5", "--media-path",
                 (home.path() / "Project Media").string()});
@@ -115,16 +152,6 @@ TEST_F(BridgeTool, StatusReportsTheRunningExtensionWithWhatReaperToldIt) {
   EXPECT_EQ(status["heartbeat"]["selected_tracks"], 1);
   EXPECT_EQ(status["heartbeat"]["cursor"], 12.5);
   EXPECT_EQ(status["problems"].size(), 0u);
-}
-
-TEST_F(BridgeTool, StatusCallsAnExtensionWhoseHeartbeatIsOldNotRunning) {
-  stoppedBridge(3 * 60 * 1000 + 500);
-  const Finished text = tool({"status"});
-  EXPECT_EQ(text.exitCode, 3);
-  EXPECT_THAT(text.out, HasSubstr("NOT RUNNING"));
-  EXPECT_THAT(text.out, HasSubstr("Problem: The extension is not running (last heartbeat 3 "
-                                  "minutes ago): start REAPER"));
-  EXPECT_EQ(json::parse(tool({"status", "--json"}).out)["alive"], false);
 }
 
 TEST_F(BridgeTool, EveryCommandSaysInOneLineThatTheBridgeFolderIsMissing) {
@@ -231,6 +258,204 @@ TEST_F(BridgeTool, SpotPrintsEachRefusalWithItsMessageAndWhatToDo) {
   }
 }
 
+TEST_F(BridgeTool, StatusTellsWhoHoldsTheBridgeAndWhetherASecondReaperWaits) {
+  struct Case {
+    const char* what;
+    bool owner;
+    bool waiter;
+    std::int64_t heartbeatAgeMs;
+    int exitCode;
+    const char* lock;
+    std::vector<std::string> said;
+  };
+  const std::vector<Case> cases = {
+      {"nobody holds the bridge and the heartbeat is old",
+       false,
+       false,
+       3 * 60 * 1000 + 500,
+       3,
+       "free",
+       {"NOT RUNNING", "Owner          none (bridge.lock is not held)\n", "Second REAPER  none\n",
+        "Problem: The extension is not running (last heartbeat 3 minutes ago): start REAPER"}},
+      {"the owner serves",
+       true,
+       false,
+       0,
+       0,
+       "held",
+       {"Owner          process 4711 holds bridge.lock\n", "All is well."}},
+      {"the owner is busy",
+       true,
+       false,
+       30 * 1000 + 500,
+       3,
+       "held",
+       {"Problem: REAPER (process 4711) holds the bridge, but its last heartbeat was 30 seconds "
+        "ago: it is busy (a render, a modal dialog) or hung, and requests wait"}},
+      {"a second REAPER waits",
+       true,
+       true,
+       0,
+       0,
+       "held",
+       {"Second REAPER  WAITING for the lock\n",
+        "Problem: A second REAPER is waiting for this bridge: only the REAPER that holds "
+        "bridge.lock (process 4711) serves requests"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    fs::remove_all(bridge());
+    stoppedBridge(c.heartbeatAgeMs);
+    writeAll(bridge() / "bridge.lock", "4711\n");
+    std::optional<HeldLock> owner, waiter;
+    if (c.owner) owner.emplace(bridge() / "bridge.lock", LOCK_EX, "4711\n");
+    if (c.waiter) waiter.emplace(bridge() / "bridge.waiting", LOCK_SH, "");
+    ASSERT_TRUE(!owner || owner->held());
+    ASSERT_TRUE(!waiter || waiter->held());
+
+    const Finished text = tool({"status"});
+    EXPECT_EQ(text.exitCode, c.exitCode) << text.err;
+    for (const std::string& said : c.said) EXPECT_THAT(text.out, HasSubstr(said));
+    const json status = json::parse(tool({"status", "--json"}).out);
+    EXPECT_EQ(status["owner"]["lock"], c.lock);
+    EXPECT_EQ(status["owner"]["pid"], c.owner ? json(4711) : json());
+    EXPECT_EQ(status["second_instance_waiting"], c.waiter);
+    EXPECT_EQ(status["alive"], c.heartbeatAgeMs < 5000);
+  }
+}
+
+TEST_F(BridgeTool, StatusSaysWhichQueueFolderCannotBeUsedAndWhatThatMeansForRequests) {
+  struct Case {
+    const char* folder;
+    std::function<void(const fs::path&)> spoil;
+    const char* state;
+    const char* said;
+  };
+  const std::vector<Case> cases = {
+      {"requests", [](const fs::path& at) { fs::remove(at); }, "missing",
+       "Problem: The folder \"requests\" is missing, so no request can be dropped"},
+      {"claimed",
+       [](const fs::path& at) {
+         fs::remove(at);
+         writeAll(at, "");
+       },
+       "not_a_folder",
+       "Problem: \"claimed\" is a regular file, not a folder: requests wait in \"requests\" until "
+       "it is a plain folder again"},
+      {"failed",
+       [](const fs::path& at) {
+         fs::remove(at);
+         fs::create_symlink("failed", at);
+       },
+       "cannot_be_examined",
+       "Problem: The folder \"failed\" cannot be examined (Too many levels of symbolic links): "
+       "requests wait in \"requests\""},
+      {"responses",
+       [](const fs::path& at) {
+         fs::remove(at);
+         fs::create_symlink("nowhere", at);
+       },
+       "not_a_folder",
+       "Problem: \"responses\" is a link to nothing, not a folder: requests are carried out, but "
+       "their responses cannot be written"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.folder);
+    fs::remove_all(bridge());
+    stoppedBridge(0);
+    c.spoil(queue(c.folder));
+    const Finished text = tool({"status"});
+    EXPECT_EQ(text.exitCode, 0) << text.err;
+    EXPECT_THAT(text.out, HasSubstr(c.said));
+    EXPECT_EQ(json::parse(tool({"status", "--json"}).out)["folders"][c.folder]["state"], c.state);
+  }
+}
+
+TEST_F(BridgeTool, SpotReportsTheAnswerStandingWhenTheRequestIsArchived) {
+  const std::string stem = "20261123T120000000000Z-1";
+  const std::string name = stem + ".json";
+  const auto response = [&](const std::string& id, const std::string& message) {
+    writeAll(queue("responses") / (id + ".json"),
+             R"({"version":2,"request_id":")" + id +
+                 R"(","project_item_id":0,"ok":false,"message":")" + message +
+                 R"(","track_index":0,"position_seconds":0.000000000,"output_path":""})"
+                 "\n");
+  };
+  const auto claim = [&] { fs::rename(queue("requests") / name, queue("claimed") / name); };
+  const auto archive = [&] { fs::rename(queue("claimed") / name, queue("failed") / name); };
+  struct Case {
+    const char* what;
+    std::string responseId;
+    std::vector<std::function<void()>> extension;  // one step each time the tool looks
+    std::chrono::milliseconds timeout;
+    bridge_tool::Wait::End end;
+    std::string message;  // of the answer reported; empty when none is
+  };
+  const std::vector<Case> cases = {
+      {"a response replaced before the archive (a crash, a second instance)",
+       stem,
+       {[&] {
+          claim();
+          response(stem, "Spotted to selected REAPER track");
+        },
+        [&] {
+          response(stem,
+                   "Previous Quillmere delivery was interrupted; not retried to avoid a "
+                   "duplicate");
+          archive();
+        }},
+       5000ms,
+       bridge_tool::Wait::End::Answered,
+       "Previous Quillmere delivery was interrupted; not retried to avoid a duplicate"},
+      {"archived with a log line but no response (a full disk)",
+       stem,
+       {claim,
+        [&] {
+          writeAll(bridge() / "delivery.log", logLine(stem, false, "Select a REAPER track first"));
+          archive();
+        }},
+       5000ms,
+       bridge_tool::Wait::End::Answered,
+       "Select a REAPER track first"},
+      {"an unreadable request answered under its file's stem",
+       "declared-in-the-document",
+       {claim,
+        [&] {
+          response(stem, "Invalid Quillmere spot request");
+          archive();
+        }},
+       5000ms,
+       bridge_tool::Wait::End::Answered,
+       "Invalid Quillmere spot request"},
+      {"claimed, then the time limit passes",
+       stem,
+       {claim},
+       50ms,
+       bridge_tool::Wait::End::TimedOut,
+       ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    fs::remove_all(bridge());
+    stoppedBridge(0);
+    const bridge_tool::Drop drop = bridge_tool::dropRequest(bridge(), stem, "{}");
+    ASSERT_TRUE(drop.dropped) << drop.problem;
+    std::size_t step = 0;
+    const bridge_tool::Wait wait =
+        bridge_tool::awaitAnswer(bridge(), stem, c.responseId, drop, c.timeout,
+                                 [&](const char*, std::chrono::steady_clock::duration) {
+                                   if (step < c.extension.size()) c.extension[step++]();
+                                 });
+    EXPECT_EQ(wait.end, c.end);
+    const std::string reported = !wait.response.empty()
+                                     ? json::parse(wait.response)["message"].get<std::string>()
+                                 : wait.logged ? wait.logged->message
+                                               : "";
+    EXPECT_EQ(reported, c.message);
+    EXPECT_EQ(wait.claimed, c.end == bridge_tool::Wait::End::TimedOut);
+  }
+}
+
 TEST_F(BridgeTool, SendDropsADocumentAsItIsAndNamesTheResponseAsTheExtensionDoes) {
   startStandin();
   writeAll(home.path() / "broken.json", "{");
@@ -278,14 +503,17 @@ TEST_F(BridgeTool, BadUsageEndsWithCodeTwoAndDropsNothing) {
 
 TEST_F(BridgeTool, SpotGivesUpAtItsTimeoutAndTakesTheUnclaimedRequestBack) {
   startStandin();
-  // Without "claimed" the extension cannot claim anything until it is loaded again.
-  fs::remove(queue("claimed"));
+  // No request can be checked against an archive that cannot be examined: every request waits.
+  fs::remove(queue("completed"));
+  fs::create_symlink("completed", queue("completed"));
   const Finished finished = tool({"spot", tone(), "--timeout", "0.4"});
   EXPECT_EQ(finished.exitCode, 3);
-  EXPECT_THAT(finished.err, HasSubstr("no response within 400 ms; the request was taken back "
+  EXPECT_THAT(finished.err, HasSubstr("no answer within 400 ms; the request was taken back "
                                       "unclaimed, so nothing will be placed"));
   EXPECT_TRUE(namesIn("requests").empty());
-  EXPECT_THAT(tool({"status"}).out, HasSubstr("Problem: The folder \"claimed\" is missing"));
+  EXPECT_THAT(tool({"status"}).out,
+              HasSubstr("Problem: The folder \"completed\" cannot be examined (Too many levels of "
+                        "symbolic links): requests wait in \"requests\""));
 }
 
 TEST_F(BridgeTool, SpotSendsNothingToAnExtensionThatIsNotRunning) {
@@ -327,6 +555,23 @@ TEST_F(BridgeTool, LogShowsLinesAsATableAndMarksThoseItCannotRead) {
   EXPECT_EQ(jsonLines(tool({"log", "--json"}).out).size(), 4u);
 }
 
+TEST_F(BridgeTool, LogReadsTheRotatedLogBeforeTheCurrentOne) {
+  stoppedBridge(0);
+  writeAll(bridge() / "delivery.log.1", logLine("a", true, "m") + logLine("b", true, "m"));
+  writeAll(bridge() / "delivery.log", logLine("c", false, "m"));
+  const std::vector<std::pair<Args, std::vector<std::string>>> cases = {
+      {{"log", "--json"}, {"a", "b", "c"}},
+      {{"log", "--json", "--last", "2"}, {"b", "c"}},
+      {{"log", "--json", "--last", "1"}, {"c"}},
+  };
+  for (const auto& [args, ids] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
+    EXPECT_EQ(idsIn(jsonLines(tool(args).out)), ids);
+  }
+  fs::remove(bridge() / "delivery.log");  // renamed away, no new line yet
+  EXPECT_EQ(idsIn(jsonLines(tool({"log", "--json"}).out)), std::vector<std::string>({"a", "b"}));
+}
+
 TEST_F(BridgeTool, LogFollowPrintsEachLineOnceItIsComplete) {
   stoppedBridge(0);
   writeAll(bridge() / "delivery.log",
@@ -345,11 +590,15 @@ TEST_F(BridgeTool, LogFollowPrintsEachLineOnceItIsComplete) {
       << "\n"
       << std::flush;
   ASSERT_TRUE(eventually([&] { return linesPrinted() == 2; }));
+  // The last line before the log is renamed away is printed once, from whichever file holds it.
+  log << logLine("last-before", true, "m") << std::flush;
+  log.close();
+  fs::rename(bridge() / "delivery.log", bridge() / "delivery.log.1");
+  writeAll(bridge() / "delivery.log", logLine("first-after", true, "m"));
+  ASSERT_TRUE(eventually([&] { return linesPrinted() == 4; }));
   follow.stop(15);
   const std::vector<json> lines = jsonLines(readAll(home.path() / "follow.out"));
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0]["request_id"], "old");
-  EXPECT_EQ(lines[1]["request_id"], "new");
+  EXPECT_EQ(idsIn(lines), std::vector<std::string>({"old", "new", "last-before", "first-after"}));
   EXPECT_EQ(lines[1]["message"], "Select a REAPER track first");
 }
 
@@ -372,13 +621,15 @@ TEST_F(BridgeTool, StatusCountsWhatTheExtensionPassesOverLeavesBehindOrWasCutSho
   EXPECT_EQ(finished.exitCode, 3);
   const json status = json::parse(finished.out);
   EXPECT_EQ(status["passed_over"], 3);
-  EXPECT_EQ(status["stale_temporaries"], 2);
+  EXPECT_EQ(status["stale_temporaries"], json({{"requests", 1}, {"extension", 1}}));
   EXPECT_EQ(status["stuck_claims"], json::array({"r1.json"}));
   const std::string problems = status["problems"].dump();
   EXPECT_THAT(problems, HasSubstr("1 request was cut short when REAPER stopped"));
   EXPECT_THAT(problems, HasSubstr("3 entries in \\\"requests\\\" or \\\"claimed\\\" cannot be "
                                   "read as a file"));
-  EXPECT_THAT(problems, HasSubstr("2 temporary files are over a minute old"));
+  EXPECT_THAT(problems, HasSubstr("1 unfinished request in \\\"requests\\\" (not renamed to a "
+                                  ".json name for over a minute): a producer stopped half-way"));
+  EXPECT_THAT(problems, HasSubstr("1 stale .tmp file of the extension's own writes"));
   EXPECT_THAT(problems, HasSubstr("delivery.log is not a regular file"));
   EXPECT_EQ(tool({"log"}).exitCode, 1);
 }

@@ -12,6 +12,11 @@
 #include "fake_reaper/module_loader.h"
 #include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
+#ifndef _WIN32
+#include <signal.h>
+
+#include "support/child_process.h"
+#endif
 
 using namespace std::chrono_literals;
 using namespace testing_support;
@@ -93,5 +98,92 @@ TEST_F(EndToEnd, PlacesASourceWithNonAsciiLettersDroppedThroughAHomeWithNonAscii
   ASSERT_EQ(host().allItems().size(), 1u);
   EXPECT_EQ(host().nameOf(host().allItems()[0]->takes.at(0)->source), source);
 }
+
+#ifndef _WIN32
+// A value of bridge_state.json as written, or "" while there is none.
+std::string stateValue(const std::filesystem::path& bridge, const std::string& key) {
+  const std::string state = readAll(bridge / "bridge_state.json");
+  const std::size_t at = state.find("\"" + key + "\":");
+  if (at == std::string::npos) return "";
+  const std::size_t from = at + key.size() + 3;
+  return state.substr(from, state.find(',', from) - from);
+}
+
+// Written whole under another name first, since a process beside the test polls the queue.
+void dropLive(const std::filesystem::path& bridge, const std::string& name,
+              const std::string& document) {
+  writeAll(bridge / "requests" / (name + ".partial"), document);
+  std::filesystem::rename(bridge / "requests" / (name + ".partial"), bridge / "requests" / name);
+}
+
+long undoPoints(const std::filesystem::path& output) {
+  const std::string text = readAll(output);
+  long count = 0;
+  for (std::size_t at = text.find("undo point:"); at != std::string::npos;
+       at = text.find("undo point:", at + 1))
+    ++count;
+  return count;
+}
+
+// Two stand-in hosts, each loading the built library in a process of its own, on one bridge.
+TEST_F(EndToEnd, ASecondProcessWaitsTouchingNothingAndTakesOverWhenTheOwnerUnloadsOrIsKilled) {
+  for (const auto& [how, signal] : {std::pair{"an unload", SIGINT}, {"a SIGKILL", SIGKILL}}) {
+    SCOPED_TRACE(how);
+    TempHome row;
+    const std::filesystem::path bridge = row.bridge(), firstOut = row.path() / "first.out",
+                                secondOut = row.path() / "second.out";
+    const auto standin = [](const char* cursor) {
+      return std::vector<std::string>{QUILLMERE_STANDIN_PATH, "--module", QUILLMERE_MODULE_PATH,
+                                      "--cursor", cursor};
+    };
+    Background first(standin("1"), firstOut);
+    ASSERT_TRUE(
+        eventually([&] { return stateValue(bridge, "cursor") == "1.000000000"; }, scaled(10s)))
+        << readAll(firstOut);
+    // A request the first process is carrying out, as far as anyone else can tell.
+    writeAll(bridge / "claimed" / "c.json", requestDocument("cut", tone()));
+    Background second(standin("2"), secondOut);
+    ASSERT_TRUE(eventually([&] { return lockedElsewhere(bridge / "bridge.waiting"); }, scaled(10s)))
+        << readAll(secondOut);
+
+    // Until the owner beats more than a second after the waiter was seen, time enough for the
+    // waiter to have tried again, the bridge is the first's alone.
+    const auto waitingSince = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                  std::chrono::system_clock::now().time_since_epoch())
+                                  .count();
+    dropLive(bridge, "a.json", requestDocument("a", tone()));
+    bool secondBeat = false;
+    EXPECT_TRUE(eventually(
+        [&] {
+          secondBeat |= stateValue(bridge, "cursor") == "2.000000000";
+          const std::string stamp = stateValue(bridge, "timestamp_ms");
+          return !stamp.empty() && std::stoll(stamp) > waitingSince + 1200 &&
+                 undoPoints(firstOut) == 1;
+        },
+        scaled(10s)));
+    EXPECT_FALSE(secondBeat);
+    EXPECT_TRUE(std::filesystem::exists(bridge / "completed" / "a.json"));
+    EXPECT_EQ(undoPoints(secondOut), 0);
+    EXPECT_TRUE(std::filesystem::exists(bridge / "claimed" / "c.json"));
+    EXPECT_EQ(readAll(bridge / "bridge.lock"), std::to_string(first.pid()) + "\n");
+
+    first.stop(signal);
+    EXPECT_TRUE(eventually(
+        [&] {
+          return readAll(bridge / "bridge.lock") == std::to_string(second.pid()) + "\n" &&
+                 stateValue(bridge, "cursor") == "2.000000000" &&
+                 std::filesystem::exists(bridge / "failed" / "c.json");
+        },
+        scaled(10s)))
+        << readAll(secondOut);
+    EXPECT_FALSE(lockedElsewhere(bridge / "bridge.waiting"));
+    dropLive(bridge, "b.json", requestDocument("b", tone()));
+    EXPECT_TRUE(eventually([&] { return undoPoints(secondOut) == 1; }, scaled(10s)));
+    EXPECT_TRUE(std::filesystem::exists(bridge / "completed" / "b.json"));
+    EXPECT_EQ(second.stop(), 0);
+    EXPECT_NE(readAll(secondOut).find("violations: 0"), std::string::npos) << readAll(secondOut);
+  }
+}
+#endif
 
 }  // namespace

@@ -273,6 +273,28 @@ TEST_F(HostileFileSystem, NoEntryStallsTheQueueOrTheLoadAndEveryOtherRequestIsSe
          t.expectInterruptedFailed();
          t.expectGoodServed();
        }},
+      {"a dangling link as the delivery log", Ground::plain,
+       [](auto& t) {
+         t.link("nowhere.log", t.home.bridge() / "delivery.log");
+         t.queueGood();
+       },
+       [](auto& t) {
+         EXPECT_TRUE(fs::is_symlink(t.home.bridge() / "delivery.log"));
+         EXPECT_FALSE(t.present(t.home.bridge() / "nowhere.log"));
+         t.expectGoodServed();
+       }},
+      // Nobody can own this bridge until the FIFO goes, so nothing in it is touched.
+      {"a FIFO as the owner's lock", Ground::plain,
+       [](auto& t) {
+         t.fifo(t.home.bridge() / "bridge.lock");
+         t.claimInterrupted();
+         t.queueGood();
+       },
+       [](auto& t) {
+         EXPECT_EQ(t.namesIn("claimed"), Names{"c.json"});
+         EXPECT_EQ(t.namesIn("requests"), Names{"y.json"});
+         EXPECT_FALSE(t.present(t.home.bridge() / "bridge_state.json"));
+       }},
       {"a FIFO as a response's temporary", Ground::plain,
        [](auto& t) {
          t.fifo(t.in("responses", "good.json.tmp"));

@@ -86,6 +86,7 @@ TEST(NumberText, ReadsTheFormsStrtodReadsAndConsumesWhatItConsumes) {
       {"0X1aP3", 208.0, kWhole},
       {"0x1.8p1", 3.0, kWhole},
       {"0x.8", 0.5, kWhole},
+      {"0x8", 8.0, kWhole},
       {" +0x.8p-1,", 0.25, 9},
       {"-0x1P-2", -0.25, kWhole},
       {"0x", 0.0, 1},
@@ -168,6 +169,12 @@ TEST(NumberText, RoundsHalfwayCasesToEvenAndAnythingBeyondAwayFromThem) {
       {"0x1.00000000000017ffffffffffffffffp0", 0x1.0000000000001p0, kWhole},
       {"0.1", 0x1.999999999999ap-4, kWhole},
       {"0.3", 0x1.3333333333333p-2, kWhole},
+      // Either side of what exact double arithmetic can take: 10^22, and 19 digits in 64 bits.
+      {"1e-22", 0x1.e392010175ee6p-74, kWhole},
+      {"1e-23", 0x1.82db34012b251p-77, kWhole},
+      {"1.844999999999999973", 0x1.d851eb851eb85p+0, kWhole},
+      {"1.8449999999999999734", 0x1.d851eb851eb85p+0, kWhole},
+      {"18449999999999999734", 0x1.000b913f69f5p+64, kWhole},
       {"123456789012345678901234567890", 0x1.8ee90ff6c373ep+96, kWhole},
   };
   for (const Case& c : cases) expectReads(c);
@@ -305,7 +312,7 @@ TEST(NumberText, ReadsTheSameNumbersUnderADecimalCommaCLocale) {
       {"1.5", 1.5}, {"-0.25,", -0.25}, {"2.5e1}", 25.0},
       {"1,5", 1.0}, {"0x1.8p1", 3.0},  {",5", std::nullopt}};
   for (const auto& [value, expected] : cases)
-    EXPECT_EQ(quillmere::jsonNumber(R"({"n":)" + value, "n"), expected) << value;
+    EXPECT_EQ(quillmere::JsonFields(R"({"n":)" + value, {"n"}).number("n"), expected) << value;
 }
 
 #else

@@ -4,6 +4,8 @@
 #include <cstdlib>
 
 #include "extension/timer_tick.h"
+#include "platform/file_lock.h"
+#include "platform/process_id.h"
 #include "support/bridge_fixture.h"
 
 namespace fs = std::filesystem;
@@ -28,6 +30,9 @@ TEST_F(PluginEntry, RefusesABadLoadWithoutTouchingPluginInfo) {
   };
   for (const auto& [name, spoil] : cases) {
     SCOPED_TRACE(name);
+    // Each row spoils one thing alone, so that it is refused for that thing.
+    setHome(utf8FromPath(home.path()));
+    host().missing.clear();
     auto record = spoil(host().record);
     pluginInfo = &host().record;  // a refused load must leave whatever was there
     EXPECT_EQ(ReaperPluginEntry(nullptr, &record), 0);
@@ -45,6 +50,51 @@ TEST_F(PluginEntry, UnregistersAnAcceptedTimerOnceAndARefusedOneNever) {
   ReaperPluginEntry(nullptr, nullptr);
   const std::pair<std::string, void*> on{"timer", reinterpret_cast<void*>(&timerCallback)};
   EXPECT_EQ(host().registrations, (decltype(host().registrations){on, {"-timer", on.second}, on}));
+}
+
+TEST_F(PluginEntry, OwnsTheBridgeUnderItsIdUntilUnloadedOrRefusedATimer) {
+  for (const int registerAnswer : {1, 0}) {
+    SCOPED_TRACE(registerAnswer);
+    host().registerAnswer = registerAnswer;
+    EXPECT_EQ(ReaperPluginEntry(nullptr, &host().record), registerAnswer);
+    EXPECT_EQ(lockedElsewhere(home.bridge() / "bridge.lock"), registerAnswer == 1);
+    EXPECT_EQ(readAll(home.bridge() / "bridge.lock"), std::to_string(currentProcessId()) + "\n");
+    ReaperPluginEntry(nullptr, nullptr);
+    EXPECT_FALSE(lockedElsewhere(home.bridge() / "bridge.lock"));
+  }
+}
+
+TEST_F(PluginEntry, LoadsAsAWaiterThatTouchesNothingWhileItCannotOwnTheBridge) {
+  const std::pair<const char*, void (*)(const fs::path&, FileLock&)> cases[] = {
+      {"another owner",
+       [](const fs::path& bridge, FileLock& other) {
+         ASSERT_EQ(other.tryTake(bridge / "bridge.lock", FileLock::Kind::exclusive),
+                   FileLock::Attempt::taken);
+       }},
+      // A lock that cannot be had for any other reason is no licence to serve unguarded either.
+      {"a folder in the lock's place",
+       [](const fs::path& bridge, FileLock&) { fs::create_directory(bridge / "bridge.lock"); }},
+      {"a dangling link in the lock's place",
+       [](const fs::path& bridge, FileLock&) {
+         if (!makeSymlink(bridge / "nowhere", bridge / "bridge.lock"))
+           fs::create_directory(bridge / "bridge.lock");  // no links on this platform
+       }},
+  };
+  writeAll(queue("claimed") / "c.json", requestDocument("cut", tone()));
+  for (const auto& [name, arrange] : cases) {
+    SCOPED_TRACE(name);
+    fs::remove_all(home.bridge() / "bridge.lock");
+    FileLock other;
+    arrange(home.bridge(), other);
+    ASSERT_EQ(ReaperPluginEntry(nullptr, &host().record), 1);
+    EXPECT_NE(host().timer, nullptr);
+    EXPECT_TRUE(lockedElsewhere(home.bridge() / "bridge.waiting"));
+    EXPECT_EQ(namesIn("claimed"), Names{"c.json"});
+    EXPECT_FALSE(fs::exists(home.bridge() / "bridge_state.json"));
+    EXPECT_FALSE(fs::exists(home.bridge() / "nowhere"));
+    ReaperPluginEntry(nullptr, nullptr);
+    EXPECT_FALSE(lockedElsewhere(home.bridge() / "bridge.waiting"));
+  }
 }
 
 // What the host saw when the extension registered its timer.

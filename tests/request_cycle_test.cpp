@@ -1,5 +1,6 @@
 #include "bridge/request_cycle.h"
 
+#include <iterator>
 #include <vector>
 
 #include "platform/utf8_path.h"
@@ -65,16 +66,58 @@ TEST_F(RequestCycle, AnswersUnderTheRequestIdOrASafeStemAndArchivesByOutcome) {
       {"001.json", requestDocument("abc", tone()), "abc", R"("ok":true,)", "completed"},
       {"002.json", requestDocument("abc", tooLong), "abc",
        R"("ok":false,"message":"Quillmere source file is missing")", "failed"},
+#ifndef _WIN32  // where no file can take a device's name
+      {"CON.json", "{", "invalid-request", invalid, "failed"},
+      {"lpt1.json", requestDocument("aux", tone()), "invalid-request", invalid, "failed"},
+#endif
+      {"003.json", requestDocument("Nul", tone()), "003", invalid, "failed"},
+      {"004.json", requestDocument("gain_db", tone(), R"(,"gain_db":-6)"), "004", invalid,
+       "failed"},
   };
   for (const auto& [file, document, id, answer, archive] : cases) {
     SCOPED_TRACE(file);
+    fs::remove(queue("responses") / (id + ".json"));
     drop(file, document);
     processOneRequest();
     EXPECT_NE(response(id.c_str()).find(answer), std::string::npos);
     EXPECT_EQ(namesIn(archive.c_str()).count(file), 1u);
   }
+  EXPECT_EQ(namesIn("responses"),
+            (Names{"broken.json", "invalid-request.json", "abc.json", "003.json", "004.json"}));
   EXPECT_EQ(namesIn("completed"), Names{"001.json"});
-  EXPECT_EQ(logLines(), 5);
+  EXPECT_EQ(logLines(), static_cast<long>(std::size(cases)));
+  EXPECT_EQ(host().allItems().size(), 1u);
+}
+
+// A link is read through once it stands in "claimed": an absolute one still reaches its file, a
+// relative one is resolved from there and here reaches nothing.
+TEST_F(RequestCycle, ServesALinkedRequestFileThatTheLinkStillReachesFromClaimed) {
+  const fs::path real = home.path() / "elsewhere" / "real.json";
+  writeAll(real, requestDocument("linked", tone()));
+  writeAll(queue("requests") / "kept" / "real.json", requestDocument("kept", tone()));
+  const char* const invalid = R"("ok":false,"message":"Invalid Quillmere spot request")";
+  struct Case {
+    const char* file;
+    fs::path target;
+    const char* id;
+    const char* answer;
+    const char* archive;
+  };
+  const Case cases[] = {
+      {"a.json", real, "linked", R"("ok":true,)", "completed"},
+      {"b.json", "kept/real.json", "b", invalid, "failed"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    if (!makeSymlink(c.target, queue("requests") / c.file))
+      GTEST_SKIP() << "no symbolic links here";
+    processOneRequest();
+    EXPECT_NE(response(c.id).find(c.answer), std::string::npos);
+    EXPECT_TRUE(fs::is_symlink(queue(c.archive) / c.file));
+  }
+  EXPECT_EQ(host().allItems().size(), 1u);
+  EXPECT_EQ(readAll(real), requestDocument("linked", tone()));
+  EXPECT_EQ(namesIn("requests"), Names{"kept"});
 }
 
 TEST_F(RequestCycle, LeavesARequestItCannotClaimQueuedWithNoResponseAndNoLogLine) {

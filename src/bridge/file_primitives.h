@@ -6,8 +6,9 @@
 
 namespace quillmere {
 
-// Real requests are a few kilobytes; a larger file is not a request and is never read.
-constexpr std::size_t kLargestReadableFile = std::size_t{16} << 20;
+// Real requests are a few kilobytes; a larger file is not a request and is never read. Reading
+// and looking up the fields of one this size stays within a few milliseconds of a poll.
+constexpr std::size_t kLargestReadableFile = std::size_t{1} << 20;
 
 // Whole contents, or empty when the file cannot be opened as a regular file without waiting,
 // cannot be read, or holds more than kLargestReadableFile bytes.

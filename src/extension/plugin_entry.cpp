@@ -3,7 +3,7 @@
 #include <chrono>
 
 #include "bridge/bridge_directory.h"
-#include "bridge/claim_recovery.h"
+#include "bridge/bridge_owner.h"
 #include "bridge/report_files.h"
 #include "extension/timer_tick.h"
 
@@ -26,19 +26,21 @@ int load(reaper_plugin_info_t* record) {
   if (!ensureDirectories()) return 0;
 
   pluginInfo = record;
-  // Requests an earlier run left half done are settled before anything new can be taken.
-  failInterruptedClaims();
-  writeHeartbeat();
+  // While another process serves this bridge, this one touches nothing in it and leaves the
+  // heartbeat to the owner; its timer tries again every second.
+  if (takeOverBridge()) writeHeartbeat();
   const SteadyTime now = std::chrono::steady_clock::now();
   lastQueuePoll = now;
   lastHeartbeat = now;
   if (record->Register("timer", timerFacility()) != 0) return 1;
+  leaveBridge();
   pluginInfo = nullptr;
   return 0;
 }
 
 void unload() {
   if (pluginInfo != nullptr) pluginInfo->Register("-timer", timerFacility());
+  leaveBridge();
   pluginInfo = nullptr;
 }
 
@@ -52,6 +54,7 @@ extern "C" int ReaperPluginEntry(void* /*hInstance*/, reaper_plugin_info_t* rec)
     quillmere::unload();
   } catch (...) {
     // Nothing may unwind into the host: a load that throws is a refused load.
+    quillmere::leaveBridge();
     quillmere::pluginInfo = nullptr;
   }
   return 0;

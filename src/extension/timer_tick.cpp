@@ -1,5 +1,6 @@
 #include "extension/timer_tick.h"
 
+#include "bridge/bridge_owner.h"
 #include "bridge/report_files.h"
 #include "bridge/request_cycle.h"
 
@@ -39,6 +40,10 @@ DueJobs takeDueJobs(SteadyTime now) {
 
 void runTick(SteadyTime now) {
   const DueJobs due = takeDueJobs(now);
+  // On the heartbeat's schedule a waiting process tries for the bridge and the owner makes sure
+  // it still holds it; neither runs anything else without it.
+  if (due.heartbeat) runShielded(takeOverBridge);
+  if (!ownsBridge()) return;
   if (due.poll) runShielded(processOneRequest);
   if (due.heartbeat) runShielded(writeHeartbeat);
 }

@@ -73,7 +73,7 @@ bool DirectoryListing::isRegularFile() const {
   if (entry->d_type != DT_LNK && entry->d_type != DT_UNKNOWN) return false;
 #endif
   struct stat status;
-  return ::fstatat(::dirfd(state_->folder), entry->d_name, &status, 0) == 0 &&
+  return ::fstatat(dirfd(state_->folder), entry->d_name, &status, 0) == 0 &&
          S_ISREG(status.st_mode);
 }
 

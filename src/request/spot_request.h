@@ -22,7 +22,8 @@ struct SpotRequest {
 
 std::optional<SpotRequest> parseRequest(const std::string& text);
 
-// True when the id may stand in a file name as it is: 1 to 128 bytes of [A-Za-z0-9_-].
+// True when the id may stand in a file name as it is, on every platform: 1 to 128 bytes of
+// [A-Za-z0-9_-], and no device name (CON, NUL, COM1, lpt9, ...).
 bool safeRequestId(const std::string& id);
 
 }  // namespace quillmere

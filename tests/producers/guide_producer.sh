@@ -1,7 +1,8 @@
 #!/bin/sh
 # A producer written from docs/protocol.md alone: guide_producer.sh SOURCE DISPLAY_NAME
-# Drops one spot request into the bridge folder of $HOME, waits up to ten seconds for its response
-# and prints it. Exit 0 when answered, 3 when not.
+# Drops one spot request into the bridge folder of $HOME, waits until it is archived (taking it
+# back when it is not taken within ten seconds) and prints its response. Exit 0 when answered, 3
+# when taken back.
 set -eu
 [ -n "${HOME:-}" ] || { echo "HOME is not set" >&2; exit 2; }
 bridge="$HOME/Library/Application Support/Quillmere/reaper-bridge"
@@ -19,16 +20,16 @@ printf '{"version":3,"command":"spot","request_id":"%s","project_item_id":0,"sou
 sync "$partial"
 mv "$partial" "$bridge/requests/$id.json"
 
-response="$bridge/responses/$id.json"
+# The answer is final once the request is archived.
 tries=0
-until [ -f "$response" ]; do
+until [ -e "$bridge/completed/$id.json" ] || [ -e "$bridge/failed/$id.json" ]; do
   tries=$((tries + 1))
-  if [ "$tries" -gt 200 ]; then
-    # Not claimed yet: take it back so that it is not placed later.
-    rm -f "$bridge/requests/$id.json"
-    echo "no response within ten seconds" >&2
+  # Still unclaimed after ten seconds: take it back so that it is not placed later. Once taken,
+  # it is answered, so the wait goes on.
+  if [ "$tries" -gt 200 ] && rm "$bridge/requests/$id.json" 2>/dev/null; then
+    echo "not taken within ten seconds; taken back" >&2
     exit 3
   fi
   sleep 0.05
 done
-cat "$response"
+cat "$bridge/responses/$id.json"

@@ -4,6 +4,8 @@
 #include <set>
 
 #include "bridge/bridge_directory.h"
+#include "bridge/bridge_owner.h"
+#include "platform/file_lock.h"
 #include "platform/utf8_path.h"
 #include "report/json_escape.h"
 #include "support/host_fixture.h"
@@ -12,6 +14,12 @@ namespace testing_support {
 
 using Names = std::set<std::string>;  // UTF-8 file names
 
+// Whether a process, or another object of this one, holds a lock on `file`; asking takes none.
+inline bool lockedElsewhere(const std::filesystem::path& file) {
+  return quillmere::FileLock().tryTake(file, quillmere::FileLock::Kind::exclusive) ==
+         quillmere::FileLock::Attempt::heldElsewhere;
+}
+
 // A stand-in project with one selected track and the bridge's queues made in a fresh HOME.
 class BridgeTest : public HostTest {
  protected:
@@ -19,6 +27,11 @@ class BridgeTest : public HostTest {
     HostTest::SetUp();
     host().addTrack(true);
     ASSERT_TRUE(quillmere::ensureDirectories());
+  }
+  // The bridge a test took over lies in its own HOME, which goes with it.
+  void TearDown() override {
+    quillmere::leaveBridge();
+    HostTest::TearDown();
   }
 
   std::filesystem::path queue(const char* name) const { return home.bridge() / name; }

@@ -30,6 +30,7 @@ class Background {
   Background& operator=(const Background&) = delete;
 
   int stop(int signal = 2);  // the exit code, as runProgram gives it
+  pid_t pid() const { return pid_; }
 
  private:
   pid_t pid_ = -1;

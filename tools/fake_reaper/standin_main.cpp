@@ -38,12 +38,17 @@ struct Options {
   std::string mediaPath;
   std::string journal;
   double callMilliseconds = 0.0;
+  bool help = false;
 };
 
 const char kUsage[] =
     "usage: quillmere_standin --module PATH [--seconds S] [--tracks N] [--select K[,K...]|none]\n"
     "                         [--cursor SEC] [--project-file PATH] [--media-path PATH]\n"
     "                         [--journal FILE] [--call-ms MS]\n"
+    "       quillmere_standin --help\n"
+    "  loads the module, calls its timer about 30 times a second, unloads it and prints an\n"
+    "  account (load result, items placed, undo history, host calls, broken rules); the\n"
+    "  extension keeps its bridge folder under $HOME, so give it a temporary HOME\n"
     "  runs until S seconds have passed, or until SIGINT/SIGTERM without --seconds;\n"
     "  defaults: one track, track 1 selected, cursor 0, a project never saved\n"
     "  --journal: appends the take name of every item placed, before the call that commits it\n"
@@ -81,6 +86,10 @@ bool parseSelection(const std::string& text, std::vector<int>& selected) {
 std::string parseOptions(const std::vector<std::string>& arguments, Options& options) {
   for (std::size_t i = 1; i < arguments.size(); ++i) {
     const std::string& flag = arguments[i];
+    if (flag == "--help" || flag == "-h") {
+      options.help = true;
+      return {};
+    }
     if (i + 1 >= arguments.size()) return flag + " needs a value";
     const std::string& value = arguments[++i];
     double seconds = 0.0;
@@ -182,6 +191,10 @@ int main(int argc, char** argv) {
   if (!problem.empty()) {
     std::cerr << "quillmere_standin: " << problem << "\n" << kUsage;
     return 2;
+  }
+  if (options.help) {
+    std::cout << kUsage;
+    return 0;
   }
   std::signal(SIGINT, requestStop);
   std::signal(SIGTERM, requestStop);

@@ -42,7 +42,7 @@ const std::pair<const char*, const char*> kAdvice[] = {
      "it repeats."},
     {"Invalid Quillmere spot request",
      "The extension could not read the document: fix the producer (see docs/protocol.md: "
-     "required keys, a safe request_id, plain JSON numbers, at most 16 MiB)."},
+     "required keys, a safe request_id, plain JSON numbers, at most 1 MiB)."},
     {"Previous Quillmere delivery was interrupted; not retried to avoid a duplicate",
      "REAPER stopped while this request was being carried out: look in REAPER whether the item "
      "is there, and send the request again only if it is not."},

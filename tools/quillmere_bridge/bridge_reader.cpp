@@ -157,20 +157,47 @@ bool isAlive(const Heartbeat& heartbeat, std::int64_t now) {
 FolderScan scanFolder(const fs::path& folder) {
   FolderScan scan;
   std::error_code error;
-  scan.exists = fs::is_directory(folder, error);
-  if (!scan.exists) return scan;
+  const fs::file_status status = fs::status(folder, error);
+  if (status.type() == fs::file_type::not_found) {
+    std::error_code linkError;
+    if (fs::is_symlink(fs::symlink_status(folder, linkError))) {
+      scan.state = FolderScan::State::NotAFolder;
+      scan.problem = "a link to nothing";
+    }
+    return scan;
+  }
+  if (error) {
+    scan.state = FolderScan::State::Unexaminable;
+    scan.problem = error.message();
+    return scan;
+  }
+  if (status.type() != fs::file_type::directory) {
+    scan.state = FolderScan::State::NotAFolder;
+    scan.problem =
+        status.type() == fs::file_type::regular ? "a regular file" : "a FIFO, socket or device";
+    return scan;
+  }
   fs::directory_iterator entry(folder, error);
+  if (error) {
+    scan.state = FolderScan::State::Unexaminable;
+    scan.problem = error.message();
+    return scan;
+  }
+  scan.state = FolderScan::State::Present;
+  scan.exists = true;
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     const fs::path path = entry->path();
+    const std::string name = path.filename().string();
+    const bool requestName = name.size() > 5 && endsWith(name, ".json");
     std::error_code typeError;
     // Follows links, as the extension does; a looping link or an over-long name answers an error.
-    const fs::file_status status = fs::status(path, typeError);
-    if (typeError || status.type() != fs::file_type::regular) {
-      ++scan.passedOver;
+    const fs::file_status type = fs::status(path, typeError);
+    if (typeError || type.type() != fs::file_type::regular) {
+      if (requestName) ++scan.passedOver;
       continue;
     }
-    if (path.extension() == ".json") {
-      scan.documents.push_back(path.filename().string());
+    if (requestName) {
+      scan.documents.push_back(name);
       std::error_code sizeError;
       const std::uintmax_t size = fs::file_size(path, sizeError);
       if (!sizeError && size > kMaxDocumentBytes) ++scan.oversized;
@@ -215,13 +242,16 @@ LogEntry parseLogLine(const std::string& line) {
   return entry;
 }
 
-LogTail readLogTail(const fs::path& bridge, std::size_t count) {
+namespace {
+
+// The last `count` complete lines of one log file, read backwards from its end a block at a time.
+LogTail tailOf(const fs::path& path, std::size_t count) {
   LogTail tail;
-  const fs::path path = bridge / "delivery.log";
   std::error_code error;
+  const fs::file_status link = fs::symlink_status(path, error);
+  if (link.type() == fs::file_type::not_found) return tail;
   const fs::file_status status = fs::status(path, error);
-  if (status.type() == fs::file_type::not_found) return tail;
-  if (error || status.type() != fs::file_type::regular) {
+  if (error || fs::is_symlink(link) || status.type() != fs::file_type::regular) {
     tail.reading = LogTail::Reading::NotAFile;
     return tail;
   }
@@ -231,7 +261,6 @@ LogTail readLogTail(const fs::path& bridge, std::size_t count) {
     return tail;
   }
   tail.reading = LogTail::Reading::Read;
-  // The log is never trimmed, so it is read backwards from its end, a block at a time.
   in.seekg(0, std::ios::end);
   std::streamoff position = in.tellg();
   if (position < 0) position = 0;
@@ -267,34 +296,89 @@ LogTail readLogTail(const fs::path& bridge, std::size_t count) {
   }
   // The first line is partial when the reading stopped inside the file.
   if (position > 0 && !lines.empty()) lines.erase(lines.begin());
+  // An empty line stands where the extension began a line after one that was cut short.
+  lines.erase(std::remove(lines.begin(), lines.end(), std::string()), lines.end());
   const std::size_t first = lines.size() > count ? lines.size() - count : 0;
   for (std::size_t i = first; i < lines.size(); ++i) tail.entries.push_back(parseLogLine(lines[i]));
   return tail;
 }
 
-LogFollower::LogFollower(fs::path log, std::uintmax_t offset)
-    : log_(std::move(log)), offset_(offset) {}
+constexpr std::size_t kHeadBytes = 256;
 
-std::vector<LogEntry> LogFollower::newEntries() {
-  std::vector<LogEntry> entries;
+std::string headOf(const fs::path& path) {
+  quillmere::NonblockingFile in(path, quillmere::NonblockingFile::Mode::read);
+  return in.readAtMost(kHeadBytes).value_or("");
+}
+
+bool startsWith(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
+
+// The complete lines of `path` from `offset` on; the offset just behind the last one.
+std::uintmax_t readLinesFrom(const fs::path& path, std::uintmax_t offset,
+                             std::vector<LogEntry>& entries) {
   std::error_code error;
-  if (!fs::is_regular_file(log_, error)) return entries;
-  const std::uintmax_t size = fs::file_size(log_, error);
-  if (error) return entries;
-  if (size < offset_) offset_ = 0;
-  if (size == offset_) return entries;
-  std::ifstream in(log_, std::ios::binary);
-  if (!in) return entries;
-  in.seekg(static_cast<std::streamoff>(offset_));
-  std::string text(static_cast<std::size_t>(size - offset_), '\0');
+  if (!fs::is_regular_file(path, error)) return offset;
+  const std::uintmax_t size = fs::file_size(path, error);
+  if (error || size <= offset) return offset;
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return offset;
+  in.seekg(static_cast<std::streamoff>(offset));
+  std::string text(static_cast<std::size_t>(size - offset), '\0');
   in.read(text.data(), static_cast<std::streamsize>(text.size()));
   text.resize(static_cast<std::size_t>(in.gcount()));
   std::size_t from = 0;
   for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', from)) {
-    entries.push_back(parseLogLine(text.substr(from, at - from)));
+    if (at > from) entries.push_back(parseLogLine(text.substr(from, at - from)));
     from = at + 1;
   }
-  offset_ += from;  // a line still being written is read whole next time
+  return offset + from;  // a line still being written is read whole next time
+}
+
+}  // namespace
+
+LogTail readLogTail(const fs::path& bridge, std::size_t count) {
+  LogTail tail = tailOf(bridge / "delivery.log", count);
+  if (tail.reading == LogTail::Reading::NotAFile || tail.reading == LogTail::Reading::Unreadable ||
+      tail.entries.size() >= count) {
+    return tail;
+  }
+  LogTail older = tailOf(bridge / "delivery.log.1", count - tail.entries.size());
+  if (older.reading != LogTail::Reading::Read) return tail;
+  tail.entries.insert(tail.entries.begin(), older.entries.begin(), older.entries.end());
+  tail.reading = LogTail::Reading::Read;
+  return tail;
+}
+
+std::optional<LogEntry> lastLogEntryFor(const fs::path& bridge, const std::string& requestId) {
+  constexpr std::size_t kLinesSearched = 1000;
+  const LogTail tail = readLogTail(bridge, kLinesSearched);
+  for (auto entry = tail.entries.rbegin(); entry != tail.entries.rend(); ++entry) {
+    if (entry->readable && entry->requestId == requestId) return *entry;
+  }
+  return std::nullopt;
+}
+
+LogFollower::LogFollower(fs::path bridge, std::uintmax_t offset)
+    : log_(bridge / "delivery.log"),
+      rotated_(bridge / "delivery.log.1"),
+      offset_(offset),
+      head_(headOf(log_)) {}
+
+std::vector<LogEntry> LogFollower::newEntries() {
+  std::vector<LogEntry> entries;
+  const std::string head = headOf(log_);
+  if (!head_.empty() && !startsWith(head, head_)) {
+    // Another file stands at delivery.log: the one followed was renamed away, or replaced.
+    if (startsWith(headOf(rotated_), head_)) readLinesFrom(rotated_, offset_, entries);
+    offset_ = 0;
+    head_.clear();
+  }
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(log_, error);
+  if (!error && size < offset_) offset_ = 0;
+  offset_ = readLinesFrom(log_, offset_, entries);
+  if (head.size() > head_.size()) head_ = head;
   return entries;
 }
 

@@ -7,17 +7,22 @@
 #include <string>
 #include <vector>
 
+#include "bridge/file_primitives.h"
+
 namespace bridge_tool {
 
 // A heartbeat older than this means the extension is not running: it writes one every second.
 constexpr std::chrono::seconds kAliveWithin{5};
-// A temporary file this old was left by a writer that stopped half-way.
+// A file in "requests" whose name does not end in ".json" and is this old was left by a producer
+// that stopped between writing and renaming: a request of a few kilobytes is written, flushed and
+// renamed within milliseconds, and within seconds even on a slow share, so a minute is far past
+// any writer still at work yet soon enough for someone looking after a failed drop to see it.
 constexpr std::chrono::seconds kStaleTemporaryAge{60};
-// The extension does not read request documents larger than this.
-constexpr std::uintmax_t kMaxDocumentBytes = 16u * 1024u * 1024u;
+// The extension answers a larger request document invalid without reading it.
+constexpr std::uintmax_t kMaxDocumentBytes = quillmere::kLargestReadableFile;
 
-// The bridge folder: --bridge when given, otherwise where the extension puts it for this HOME
-// (the working folder when HOME is unset or empty).
+// The bridge folder: --bridge when given, otherwise where the extension puts it: under HOME, else
+// (on Windows) USERPROFILE, else the working folder.
 std::filesystem::path locateBridge(const std::optional<std::string>& bridgeOption);
 
 // How a path reads for a person: "." for the working folder.
@@ -42,12 +47,14 @@ bool isAlive(const Heartbeat& heartbeat, std::int64_t nowMs);
 
 // One folder of the bridge, looked at once.
 struct FolderScan {
-  bool exists = false;
+  enum class State { Present, Missing, NotAFolder, Unexaminable } state = State::Missing;
+  std::string problem;                 // why it cannot be examined, as the system says it
+  bool exists = false;                 // present: a folder that could be listed
   std::vector<std::string> documents;  // regular ".json" files, sorted byte by byte
   int oversized = 0;                   // documents over kMaxDocumentBytes
   int temporaries = 0;                 // other regular files
   int staleTemporaries = 0;            // of those, older than kStaleTemporaryAge
-  int passedOver = 0;  // entries that are not regular files or whose type cannot be read
+  int passedOver = 0;  // ".json" entries that are not regular files or whose type cannot be read
 };
 
 FolderScan scanFolder(const std::filesystem::path& folder);
@@ -67,25 +74,35 @@ struct LogEntry {
 LogEntry parseLogLine(const std::string& line);
 
 struct LogTail {
+  // Of delivery.log itself; NotAFile also for a link, which the extension never writes through.
   enum class Reading { Missing, NotAFile, Unreadable, Read } reading = Reading::Missing;
   std::vector<LogEntry> entries;
-  std::uintmax_t endOffset = 0;  // just behind the last complete line read
+  std::uintmax_t endOffset = 0;  // in delivery.log, just behind the last complete line read
 };
 
-// The last `count` complete lines of delivery.log. Never opens anything but a regular file, so a
-// FIFO standing there cannot block.
+// The last `count` complete lines of the log: delivery.log, preceded by delivery.log.1 (the
+// older lines, renamed away when the log grew past 8 MiB) when delivery.log has fewer. Never
+// opens anything but a regular file, so a FIFO standing there cannot block.
 LogTail readLogTail(const std::filesystem::path& bridge, std::size_t count);
 
-// Reads the lines appended to delivery.log since the last call, from `offset` at first.
-// A log that shrank or was replaced is read again from its start.
+// The last line for `requestId` among the last lines of the log; after a crash that line, not an
+// earlier one, tells how the request ended.
+std::optional<LogEntry> lastLogEntryFor(const std::filesystem::path& bridge,
+                                        const std::string& requestId);
+
+// Reads the lines appended to delivery.log since the last call, from `offset` at first. When the
+// log was renamed to delivery.log.1 since, the rest of that file is read first, then the new log
+// from its start; a log that shrank or was replaced otherwise is read again from its start.
 class LogFollower {
  public:
-  LogFollower(std::filesystem::path log, std::uintmax_t offset);
+  LogFollower(std::filesystem::path bridge, std::uintmax_t offset);
   std::vector<LogEntry> newEntries();
 
  private:
   std::filesystem::path log_;
+  std::filesystem::path rotated_;
   std::uintmax_t offset_ = 0;
+  std::string head_;  // the first bytes of the file followed, to know it again after a rename
 };
 
 // The text with every byte that is not part of valid UTF-8 replaced by a question mark: the

@@ -57,6 +57,12 @@ bool extensionAnswers(const fs::path& bridge) {
       why = "its last heartbeat was " + ageInWords(now - heartbeat.timestampMs);
       break;
   }
+  if (probeLock(bridge / "bridge.lock") == LockProbe::Held) {
+    fail(kNoAnswer, "REAPER holds the bridge but does not answer (" + why +
+                        "): it is busy (a render, a modal dialog) or hung; nothing was sent. Try "
+                        "again when it answers.");
+    return false;
+  }
   fail(kNoAnswer, "REAPER with the extension is not running (" + why +
                       "); nothing was sent. Start REAPER and try again.");
   return false;
@@ -88,42 +94,58 @@ class ProgressLine {
   std::string last_;
 };
 
-// Drops the document, waits and reports; the exit code.
+// Prints a final answer; the exit code.
+int report(const Invocation& invocation, const Wait& wait, const fs::path& bridge,
+           const std::string& responseId) {
+  if (!wait.response.empty()) {
+    if (invocation.json) {
+      printResponseJson(std::cout, wait.response, wait.roundTrip, responseId, wait.archive);
+    } else if (!printResponse(std::cout, wait.response, wait.roundTrip, responseId)) {
+      return fail(kFailed, "the response to request " + responseId + " cannot be read");
+    }
+    return responseOk(wait.response) ? kDone : kFailed;
+  }
+  if (wait.logged) {
+    if (invocation.json) {
+      printLoggedJson(std::cout, *wait.logged, wait.roundTrip, wait.archive);
+    } else {
+      printLogged(std::cout, *wait.logged, wait.roundTrip);
+    }
+    return wait.logged->ok ? kDone : kFailed;
+  }
+  return fail(wait.archive == "completed" ? kDone : kFailed,
+              "request " + responseId + " stands in \"" + wait.archive +
+                  "\", but neither its response nor its line in delivery.log can be read in " +
+                  shownPath(bridge));
+}
+
+// Drops the document, waits for its answer to be final and reports it; the exit code.
 int deliver(const Invocation& invocation, const fs::path& bridge, const std::string& stem,
             const std::string& document, const std::string& responseId) {
-  const fs::path responsePath = bridge / "responses" / (responseId + ".json");
-  const std::optional<std::string> previous = readRegularFile(responsePath, 1024 * 1024);
   const Drop drop = dropRequest(bridge, stem, document);
   if (!drop.dropped) return fail(kNoAnswer, drop.problem);
 
   ProgressLine progress(stderrIsTerminal());
   const auto timeout = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
       std::chrono::duration<double>(invocation.timeoutSeconds));
-  const Wait wait =
-      awaitResponse(bridge, stem, responseId, previous, drop, timeout,
-                    [&](const char* stage, std::chrono::steady_clock::duration waited) {
-                      progress.show(stage, waited);
-                    });
+  const Wait wait = awaitAnswer(bridge, stem, responseId, drop, timeout,
+                                [&](const char* stage, std::chrono::steady_clock::duration waited) {
+                                  progress.show(stage, waited);
+                                });
   progress.clear();
+  if (wait.end == Wait::End::Answered) return report(invocation, wait, bridge, responseId);
 
-  if (wait.end == Wait::End::Answered) {
-    if (invocation.json) {
-      printResponseJson(std::cout, wait.response, wait.roundTrip, responseId);
-    } else if (!printResponse(std::cout, wait.response, wait.roundTrip, responseId)) {
-      return fail(kFailed, "the response " + shownPath(responsePath) + " cannot be read");
-    }
-    return responseOk(wait.response) ? kDone : kFailed;
-  }
   std::string what =
       wait.end == Wait::End::TimedOut
-          ? "no response within " +
+          ? "no answer within " +
                 std::to_string(static_cast<long long>(invocation.timeoutSeconds * 1000)) + " ms"
-          : "REAPER stopped answering (its heartbeat stopped)";
+          : "REAPER stopped answering (its heartbeat stopped and it no longer holds the bridge)";
   if (wait.withdrawn) {
     what += "; the request was taken back unclaimed, so nothing will be placed";
   } else if (wait.claimed) {
-    what += "; the request was claimed, and its response will be " + shownPath(responsePath) +
-            (wait.end == Wait::End::Stopped ? " when REAPER starts again" : "");
+    what += "; the request was claimed, and its answer is final once " + stem +
+            ".json stands in \"completed\" or \"failed\"" +
+            (wait.end == Wait::End::Stopped ? " (at REAPER's next start)" : "");
   } else {
     what += "; see quillmere-bridge log for request " + responseId;
   }
@@ -173,8 +195,8 @@ int runSend(const Invocation& invocation) {
   std::error_code error;
   const std::uintmax_t size = fs::file_size(invocation.document, error);
   if (!error && size > kMaxDocumentBytes) {
-    return fail(kBadUsage,
-                invocation.document + " is larger than 16 MiB, which the extension does not read");
+    return fail(kBadUsage, invocation.document +
+                               " is larger than 1 MiB, which the extension answers invalid unread");
   }
   const std::optional<std::string> document =
       readRegularFile(invocation.document, kMaxDocumentBytes);
@@ -215,7 +237,7 @@ int runLog(const Invocation& invocation) {
   std::cout.flush();
   if (!invocation.follow) return kDone;
 
-  LogFollower follower(bridge / "delivery.log", tail.endOffset);
+  LogFollower follower(bridge, tail.endOffset);
   while (true) {
     const std::vector<LogEntry> entries = follower.newEntries();
     if (!entries.empty()) {

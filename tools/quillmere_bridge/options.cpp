@@ -12,13 +12,14 @@ constexpr int kBadUsage = 2;
 void addBridgeOption(CLI::App& app, Invocation& invocation) {
   app.add_option("--bridge", invocation.bridge,
                  "Bridge folder (default: $HOME/Library/Application Support/Quillmere/"
-                 "reaper-bridge, or the working folder without HOME)");
+                 "reaper-bridge; without HOME, USERPROFILE on Windows, else the working folder)");
 }
 
 void addTimeoutOption(CLI::App& command, Invocation& invocation) {
   command
-      .add_option("--timeout", invocation.timeoutSeconds,
-                  "Seconds to wait for the response (default 10)")
+      .add_option(
+          "--timeout", invocation.timeoutSeconds,
+          "Seconds to wait for the answer (default 10); an unclaimed request is then taken back")
       ->check(CLI::PositiveNumber);
 }
 

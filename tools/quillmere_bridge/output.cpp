@@ -1,5 +1,6 @@
 #include "quillmere_bridge/output.h"
 
+#include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <iomanip>
@@ -72,6 +73,50 @@ const char* readingName(Heartbeat::Reading reading) {
   return "unreadable";
 }
 
+const char* folderStateName(FolderScan::State state) {
+  switch (state) {
+    case FolderScan::State::Present:
+      return "present";
+    case FolderScan::State::Missing:
+      return "MISSING";
+    case FolderScan::State::NotAFolder:
+      return "NOT A FOLDER";
+    case FolderScan::State::Unexaminable:
+      return "CANNOT BE EXAMINED";
+  }
+  return "CANNOT BE EXAMINED";
+}
+
+const char* lockName(LockProbe probe) {
+  switch (probe) {
+    case LockProbe::Absent:
+      return "absent";
+    case LockProbe::Free:
+      return "free";
+    case LockProbe::Held:
+      return "held";
+    case LockProbe::Unknown:
+      return "unknown";
+  }
+  return "unknown";
+}
+
+std::string ownerWords(const StatusReport& report) {
+  switch (report.owner) {
+    case LockProbe::Held:
+      return (report.ownerPid ? "process " + std::to_string(*report.ownerPid)
+                              : std::string("a process")) +
+             " holds bridge.lock";
+    case LockProbe::Free:
+      return "none (bridge.lock is not held)";
+    case LockProbe::Absent:
+      return "none (no bridge.lock)";
+    case LockProbe::Unknown:
+      return "unknown (bridge.lock cannot be tested)";
+  }
+  return "unknown";
+}
+
 }  // namespace
 
 std::string ageInWords(std::int64_t ageMs) {
@@ -127,20 +172,23 @@ void printStatus(std::ostream& out, const StatusReport& report) {
   } else {
     out << "NOT RUNNING (no readable heartbeat)\n";
   }
+  out << "Owner          " << ownerWords(report) << "\n";
+  out << "Second REAPER  " << (report.secondWaiting ? "WAITING for the lock" : "none") << "\n";
   out << "Folders        ";
   for (std::size_t i = 0; i < kQueueFolders.size(); ++i) {
     const FolderScan& scan = report.folders[i];
     out << (i ? ", " : "") << kQueueFolders[i] << " ";
-    if (!scan.exists)
-      out << "MISSING";
-    else
+    if (scan.state == FolderScan::State::Present)
       out << scan.documents.size();
+    else
+      out << folderStateName(scan.state);
   }
   out << "\n";
   out << "Passed over    " << report.passedOver << " unreadable entr"
       << (report.passedOver == 1 ? "y" : "ies") << " in requests and claimed\n";
-  out << "Temporaries    " << folder(report, "requests").temporaries
-      << " being written in requests, " << report.staleTemporaries << " stale\n";
+  out << "Temporaries    " << folder(report, "requests").temporaries << " unfinished in requests ("
+      << report.staleRequestTemporaries << " over a minute old), "
+      << report.staleExtensionTemporaries << " stale .tmp of the extension\n";
   out << "Stuck claims   " << report.stuckClaims.size() << "\n";
   if (report.recentLog.reading == LogTail::Reading::Read && !report.recentLog.entries.empty()) {
     out << "Recent deliveries\n";
@@ -179,10 +227,17 @@ void printStatusJson(std::ostream& out, const StatusReport& report) {
     beat["project_media_path"] = heartbeat.mediaPath ? json(*heartbeat.mediaPath) : json();
   }
   document["heartbeat"] = beat;
+  document["owner"] = {{"lock", lockName(report.owner)},
+                       {"pid", report.ownerPid ? json(*report.ownerPid) : json()}};
+  document["second_instance_waiting"] = report.secondWaiting;
   json folders = json::object();
   for (std::size_t i = 0; i < kQueueFolders.size() && report.bridgeExists; ++i) {
     const FolderScan& scan = report.folders[i];
-    folders[kQueueFolders[i]] = {{"exists", scan.exists},
+    std::string state = folderStateName(scan.state);
+    for (char& c : state) c = c == ' ' ? '_' : static_cast<char>(std::tolower(c));
+    folders[kQueueFolders[i]] = {{"state", state},
+                                 {"problem", scan.problem},
+                                 {"exists", scan.exists},
                                  {"documents", scan.documents.size()},
                                  {"oversized", scan.oversized},
                                  {"temporaries", scan.temporaries},
@@ -191,7 +246,8 @@ void printStatusJson(std::ostream& out, const StatusReport& report) {
   }
   document["folders"] = folders;
   document["passed_over"] = report.passedOver;
-  document["stale_temporaries"] = report.staleTemporaries;
+  document["stale_temporaries"] = {{"requests", report.staleRequestTemporaries},
+                                   {"extension", report.staleExtensionTemporaries}};
   document["stuck_claims"] = report.stuckClaims;
   json recent = json::array();
   for (const LogEntry& entry : report.recentLog.entries) recent.push_back(logEntryJson(entry));
@@ -257,13 +313,37 @@ bool printResponse(std::ostream& out, const std::string& response,
 }
 
 void printResponseJson(std::ostream& out, const std::string& response,
-                       std::chrono::steady_clock::duration roundTrip,
-                       const std::string& requestId) {
+                       std::chrono::steady_clock::duration roundTrip, const std::string& requestId,
+                       const std::string& archive) {
   json document{{"request_id", requestId},
                 {"round_trip_ms", milliseconds(roundTrip)},
+                {"archive", archive},
                 {"response", json::parse(withValidUtf8(response), nullptr, false)}};
   if (document["response"].is_discarded()) document["response"] = nullptr;
   out << dump(document) << "\n";
+}
+
+void printLogged(std::ostream& out, const LogEntry& entry,
+                 std::chrono::steady_clock::duration roundTrip) {
+  const std::string trip = "request " + printable(entry.requestId) + ", round trip " +
+                           std::to_string(milliseconds(roundTrip)) +
+                           " ms; no response could be written, this is its log line";
+  if (entry.ok) {
+    out << entry.message << " (" << trip << ")\n";
+  } else {
+    out << "Failed: " << printable(entry.message) << " (" << trip << ")\n"
+        << adviceFor(entry.message) << "\n";
+  }
+}
+
+void printLoggedJson(std::ostream& out, const LogEntry& entry,
+                     std::chrono::steady_clock::duration roundTrip, const std::string& archive) {
+  out << dump(json{{"request_id", entry.requestId},
+                   {"round_trip_ms", milliseconds(roundTrip)},
+                   {"archive", archive},
+                   {"response", nullptr},
+                   {"log_line", logEntryJson(entry)}})
+      << "\n";
 }
 
 }  // namespace bridge_tool

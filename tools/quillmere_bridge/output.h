@@ -32,6 +32,13 @@ bool responseOk(const std::string& response);
 bool printResponse(std::ostream& out, const std::string& response,
                    std::chrono::steady_clock::duration roundTrip, const std::string& requestId);
 void printResponseJson(std::ostream& out, const std::string& response,
-                       std::chrono::steady_clock::duration roundTrip, const std::string& requestId);
+                       std::chrono::steady_clock::duration roundTrip, const std::string& requestId,
+                       const std::string& archive);
+
+// The outcome as the log line tells it, for a request answered without a readable response.
+void printLogged(std::ostream& out, const LogEntry& entry,
+                 std::chrono::steady_clock::duration roundTrip);
+void printLoggedJson(std::ostream& out, const LogEntry& entry,
+                     std::chrono::steady_clock::duration roundTrip, const std::string& archive);
 
 }  // namespace bridge_tool

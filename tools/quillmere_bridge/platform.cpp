@@ -6,9 +6,15 @@
 #include <system_error>
 
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
 #include <io.h>
 #include <process.h>
+#include <windows.h>
 #else
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -67,6 +73,52 @@ bool writeDurably(const std::filesystem::path& path, const std::string& contents
   }
   return ok;
 }
+
+#ifdef _WIN32
+LockProbe probeLock(const std::filesystem::path& file) {
+  // Every sharing flag, so that the probe never stands in the way of the owner or a reader.
+  const HANDLE handle = ::CreateFileW(file.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    const DWORD error = ::GetLastError();
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? LockProbe::Absent
+                                                                          : LockProbe::Unknown;
+  }
+  OVERLAPPED from{};
+  LockProbe probe = LockProbe::Free;
+  if (::LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD,
+                   MAXDWORD, &from)) {
+    ::UnlockFileEx(handle, 0, MAXDWORD, MAXDWORD, &from);
+  } else {
+    probe = ::GetLastError() == ERROR_LOCK_VIOLATION ? LockProbe::Held : LockProbe::Unknown;
+  }
+  ::CloseHandle(handle);
+  return probe;
+}
+#else
+LockProbe probeLock(const std::filesystem::path& file) {
+  // Without waiting, should a FIFO stand there.
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return errno == ENOENT || errno == ENOTDIR ? LockProbe::Absent : LockProbe::Unknown;
+  LockProbe probe = LockProbe::Unknown;
+  struct stat status;
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+    int locked;
+    do {
+      locked = ::flock(fd, LOCK_EX | LOCK_NB);
+    } while (locked != 0 && errno == EINTR);
+    if (locked == 0) {
+      ::flock(fd, LOCK_UN);
+      probe = LockProbe::Free;
+    } else if (errno == EWOULDBLOCK) {
+      probe = LockProbe::Held;
+    }
+  }
+  ::close(fd);
+  return probe;
+}
+#endif
 
 bool stderrIsTerminal() {
 #ifdef _WIN32

@@ -1,5 +1,5 @@
-// The few calls the standard library cannot make: a flush to disk, a terminal test, the
-// process id and local time.
+// The few calls the standard library cannot make: a flush to disk, a lock test, a terminal test,
+// the process id and local time.
 #pragma once
 
 #include <ctime>
@@ -11,6 +11,14 @@ namespace bridge_tool {
 // Creates `path` (which must not exist), writes `contents`, flushes them to the disk and closes
 // the file. False, with the file removed, when any step fails.
 bool writeDurably(const std::filesystem::path& path, const std::string& contents);
+
+enum class LockProbe { Absent, Free, Held, Unknown };
+
+// Whether another process holds a lock on `file`: an exclusive lock is tried without waiting and
+// released at once (flock on POSIX, LockFileEx over every byte on Windows, so that a range the
+// owner locks anywhere is met). Absent when there is no such file; Unknown when it cannot be
+// opened or locked for another reason. The file is never created.
+LockProbe probeLock(const std::filesystem::path& file);
 
 // Whether standard error is a terminal, for progress that only a person watching should see.
 bool stderrIsTerminal();

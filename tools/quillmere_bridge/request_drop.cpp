@@ -50,11 +50,13 @@ std::string stemAt(std::chrono::system_clock::time_point when) {
   return text;
 }
 
+// A folder that cannot be examined answers nothing; the stem holds the time and this process, so
+// it is still unique.
 bool standsAnywhere(const fs::path& bridge, const std::string& stem) {
   const std::string name = stem + ".json";
   std::error_code error;
   for (const char* folder : {"requests", "claimed", "completed", "failed", "responses"}) {
-    if (fs::exists(bridge / folder / name, error) || error) return true;
+    if (fs::exists(bridge / folder / name, error)) return true;
   }
   return false;
 }
@@ -63,10 +65,27 @@ bool isWholeDocument(const std::string& text) {
   return nlohmann::json::parse(text, nullptr, false).is_object();
 }
 
-bool isArchived(const fs::path& bridge, const std::string& name) {
+std::optional<std::string> archiveOf(const fs::path& bridge, const std::string& name) {
   std::error_code error;
-  return fs::exists(bridge / "completed" / name, error) ||
-         fs::exists(bridge / "failed" / name, error);
+  for (const char* archive : {"completed", "failed"}) {
+    if (fs::exists(bridge / archive / name, error)) return std::string(archive);
+  }
+  return std::nullopt;
+}
+
+// Once the request is archived: its response, else its log line.
+void readAnswer(Wait& wait, const fs::path& bridge, const std::string& stem,
+                const std::string& responseId) {
+  for (const std::string& id : {responseId, stem}) {
+    std::optional<std::string> text =
+        readRegularFile(bridge / "responses" / (id + ".json"), kMaxResponseBytes);
+    if (text && isWholeDocument(*text)) {
+      wait.response = std::move(*text);
+      return;
+    }
+  }
+  wait.logged = lastLogEntryFor(bridge, responseId);
+  if (!wait.logged && stem != responseId) wait.logged = lastLogEntryFor(bridge, stem);
 }
 
 }  // namespace
@@ -104,29 +123,30 @@ Drop dropRequest(const fs::path& bridge, const std::string& stem, const std::str
   return drop;
 }
 
-Wait awaitResponse(const fs::path& bridge, const std::string& stem, const std::string& responseId,
-                   const std::optional<std::string>& previous, const Drop& drop,
-                   std::chrono::steady_clock::duration timeout, const Progress& progress) {
+Wait awaitAnswer(const fs::path& bridge, const std::string& stem, const std::string& responseId,
+                 const Drop& drop, std::chrono::steady_clock::duration timeout,
+                 const Progress& progress) {
   Wait wait;
   const std::string name = stem + ".json";
-  const fs::path response = bridge / "responses" / (responseId + ".json");
   auto nextHeartbeatLook = drop.at + kHeartbeatEvery;
+  const auto answered = [&](std::chrono::steady_clock::time_point now) {
+    const std::optional<std::string> archive = archiveOf(bridge, name);
+    if (!archive) return false;
+    wait.end = Wait::End::Answered;
+    wait.archive = *archive;
+    wait.roundTrip = now - drop.at;
+    readAnswer(wait, bridge, stem, responseId);
+    return true;
+  };
   while (true) {
     const auto now = std::chrono::steady_clock::now();
-    if (std::optional<std::string> text = readRegularFile(response, kMaxResponseBytes)) {
-      // A changed response answers at once; an unchanged one (the same id sent again) once the
-      // request is archived, which the extension does only after writing the response.
-      if (isWholeDocument(*text) && (*text != previous || isArchived(bridge, name))) {
-        wait.end = Wait::End::Answered;
-        wait.response = std::move(*text);
-        wait.roundTrip = now - drop.at;
-        return wait;
-      }
-    }
+    if (answered(now)) return wait;
     if (now - drop.at >= timeout) break;
     if (now >= nextHeartbeatLook) {
       nextHeartbeatLook = now + kHeartbeatEvery;
-      if (!isAlive(readHeartbeat(bridge), nowMs())) {
+      // A REAPER that still holds the lock is busy (a render, a dialog), not gone.
+      if (!isAlive(readHeartbeat(bridge), nowMs()) &&
+          probeLock(bridge / "bridge.lock") != LockProbe::Held) {
         wait.end = Wait::End::Stopped;
         break;
       }
@@ -137,11 +157,14 @@ Wait awaitResponse(const fs::path& bridge, const std::string& stem, const std::s
     }
     std::this_thread::sleep_for(kPollEvery);
   }
-  wait.roundTrip = std::chrono::steady_clock::now() - drop.at;
+  const Wait::End end = wait.end;
   std::error_code error;
   // Unclaimed, it can still be taken back so that it is not carried out long after the user
-  // gave up; a claimed one is answered by the extension, now or at its next start.
+  // gave up; once claimed, the extension answers it, now or at its next start.
   wait.withdrawn = fs::remove(bridge / "requests" / name, error) && !error;
+  if (!wait.withdrawn && answered(std::chrono::steady_clock::now())) return wait;
+  wait.end = end;
+  wait.roundTrip = std::chrono::steady_clock::now() - drop.at;
   wait.claimed = fs::exists(bridge / "claimed" / name, error);
   return wait;
 }

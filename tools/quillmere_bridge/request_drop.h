@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "quillmere_bridge/bridge_reader.h"
+
 namespace bridge_tool {
 
 // A file-name stem that sorts after the names this machine's clock gave before, is a safe request
@@ -25,7 +27,9 @@ Drop dropRequest(const std::filesystem::path& bridge, const std::string& stem,
 
 struct Wait {
   enum class End { Answered, TimedOut, Stopped } end = End::TimedOut;
-  std::string response;  // the response document, when answered
+  std::string archive;   // "completed" or "failed": where the request file stands, once answered
+  std::string response;  // the response document; empty when none could be read
+  std::optional<LogEntry> logged;  // the request's log line, when no response could be read
   std::chrono::steady_clock::duration roundTrip{};
   bool withdrawn = false;  // taken back out of "requests" unclaimed
   bool claimed = false;    // stands in "claimed"
@@ -34,12 +38,13 @@ struct Wait {
 // Where a request stands while it waits, for a progress display.
 using Progress = std::function<void(const char* stage, std::chrono::steady_clock::duration)>;
 
-// Waits for the response to the request dropped as "<stem>.json" and answered under `responseId`.
-// `previous` is what that response file held before the drop (a reused id). Gives up after
-// `timeout`, or when the heartbeat stops; then takes the request back if it is still unclaimed.
-Wait awaitResponse(const std::filesystem::path& bridge, const std::string& stem,
-                   const std::string& responseId, const std::optional<std::string>& previous,
-                   const Drop& drop, std::chrono::steady_clock::duration timeout,
-                   const Progress& progress);
+// Waits until the request dropped as "<stem>.json" is archived, which makes its answer final (the
+// response is written before the archive, and may be replaced until then), and reads the answer
+// under `responseId` (or the stem, under which an unreadable request is answered). Gives up after
+// `timeout`, or when the heartbeat stops while no REAPER holds the bridge's lock; then takes the
+// request back if it is still unclaimed.
+Wait awaitAnswer(const std::filesystem::path& bridge, const std::string& stem,
+                 const std::string& responseId, const Drop& drop,
+                 std::chrono::steady_clock::duration timeout, const Progress& progress);
 
 }  // namespace bridge_tool

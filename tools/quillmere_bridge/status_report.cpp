@@ -26,6 +26,10 @@ void scanFolders(StatusReport& report) {
   }
 }
 
+std::string ownerName(const StatusReport& report) {
+  return report.ownerPid ? "process " + std::to_string(*report.ownerPid) : "a process";
+}
+
 void addHeartbeatProblem(StatusReport& report) {
   const Heartbeat& heartbeat = report.heartbeat;
   switch (heartbeat.reading) {
@@ -44,7 +48,14 @@ void addHeartbeatProblem(StatusReport& report) {
                                 ": the extension is not keeping it up to date; restart REAPER.");
       return;
     case Heartbeat::Reading::Read:
-      if (!report.alive) {
+      if (report.alive) return;
+      if (report.owner == LockProbe::Held) {
+        report.problems.push_back(
+            "REAPER (" + ownerName(report) + ") holds the bridge, but its last heartbeat was " +
+            ageInWords(report.heartbeatAgeMs) +
+            ": it is busy (a render, a modal dialog) or hung, and requests wait in \"requests\" "
+            "until it answers again; if it stays so, close that REAPER and start it again.");
+      } else {
         report.problems.push_back("The extension is not running (last heartbeat " +
                                   ageInWords(report.heartbeatAgeMs) +
                                   "): start REAPER; requests wait in \"requests\" until then.");
@@ -53,13 +64,57 @@ void addHeartbeatProblem(StatusReport& report) {
   }
 }
 
+void addOwnerProblems(StatusReport& report) {
+  if (!report.secondWaiting) return;
+  report.problems.push_back(
+      "A second REAPER is waiting for this bridge: only the REAPER that holds bridge.lock (" +
+      ownerName(report) +
+      ") serves requests, and the waiting one takes over about a second after it quits; quit the "
+      "REAPER you do not use.");
+}
+
+// What a folder that is not there, or not usable, means for the requests, and what to do.
+std::string folderProblem(const std::string& name, const FolderScan& scan) {
+  const std::string quoted = "\"" + name + "\"";
+  if (scan.state == FolderScan::State::Missing) {
+    const std::string folder = "The folder " + quoted + " is missing";
+    if (name == "requests") {
+      return folder +
+             ", so no request can be dropped: create it, or restart REAPER, which creates every "
+             "folder at load.";
+    }
+    if (name == "acknowledged") {
+      return folder + ": create it again if your producer moves handled responses there.";
+    }
+    return folder +
+           ": the extension creates it again when a request needs it; if it stays missing, the "
+           "bridge folder cannot be written, and requests wait in \"requests\".";
+  }
+  const std::string what =
+      scan.state == FolderScan::State::NotAFolder
+          ? quoted + " is " + scan.problem + ", not a folder"
+          : "The folder " + quoted + " cannot be examined (" + scan.problem + ")";
+  if (name == "requests") {
+    return what + ": no request can be dropped or taken; replace it with a folder.";
+  }
+  if (name == "responses") {
+    return what +
+           ": requests are carried out, but their responses cannot be written and only "
+           "delivery.log tells how each ended; replace it with a folder.";
+  }
+  if (name == "acknowledged") {
+    return what + ": only producers use it; replace it with a folder if yours does.";
+  }
+  return what +
+         ": requests wait in \"requests\" until it is a plain folder again, and are then served; "
+         "replace it with a folder.";
+}
+
 void addFolderProblems(StatusReport& report) {
   const FolderScan& requests = folder(report, "requests");
   for (std::size_t i = 0; i < kQueueFolders.size(); ++i) {
-    if (!report.folders[i].exists) {
-      report.problems.push_back(std::string("The folder \"") + kQueueFolders[i] +
-                                "\" is missing: restart REAPER, which creates it at load.");
-      break;
+    if (report.folders[i].state != FolderScan::State::Present) {
+      report.problems.push_back(folderProblem(kQueueFolders[i], report.folders[i]));
     }
   }
   if (!report.stuckClaims.empty()) {
@@ -75,8 +130,8 @@ void addFolderProblems(StatusReport& report) {
   }
   if (requests.oversized > 0) {
     report.problems.push_back(plural(requests.oversized, "request is", "requests are") +
-                              " larger than 16 MiB, which the extension fails unread: write "
-                              "smaller documents.");
+                              " larger than 1 MiB, which the extension answers invalid unread: "
+                              "write smaller documents.");
   }
   if (report.passedOver > 0) {
     report.problems.push_back(
@@ -84,15 +139,37 @@ void addFolderProblems(StatusReport& report) {
         " in \"requests\" or \"claimed\" cannot be read as a file (a folder, FIFO, socket, or a "
         "broken or looping link): the extension passes over them; remove them.");
   }
-  if (report.staleTemporaries > 0) {
+  if (report.staleRequestTemporaries > 0) {
     report.problems.push_back(
-        plural(report.staleTemporaries, "temporary file is", "temporary files are") +
-        " over a minute old: a writer stopped half-way; delete them.");
+        plural(report.staleRequestTemporaries, "unfinished request", "unfinished requests") +
+        " in \"requests\" (not renamed to a .json name for over a minute): a producer stopped "
+        "half-way, and the extension never takes them; delete them.");
+  }
+  if (report.staleExtensionTemporaries > 0) {
+    report.problems.push_back(
+        plural(report.staleExtensionTemporaries, "stale .tmp file", "stale .tmp files") +
+        " of the extension's own writes (over a minute old: a write failed, a full disk?): "
+        "delete them.");
   }
   if (report.recentLog.reading == LogTail::Reading::NotAFile) {
     report.problems.push_back(
-        "delivery.log is not a regular file, so the extension's log lines are lost: remove it.");
+        "delivery.log is not a regular file (a link, a FIFO, a folder), so the extension's log "
+        "lines are lost: remove it.");
   }
+}
+
+void probeOwner(StatusReport& report) {
+  report.owner = probeLock(report.bridge / "bridge.lock");
+  report.secondWaiting = probeLock(report.bridge / "bridge.waiting") == LockProbe::Held;
+  if (report.owner != LockProbe::Held) return;
+  const std::optional<std::string> text = readRegularFile(report.bridge / "bridge.lock", 64);
+  if (!text || text->empty()) return;
+  long pid = 0;
+  std::size_t at = 0;
+  for (; at < text->size() && (*text)[at] >= '0' && (*text)[at] <= '9' && at < 18; ++at) {
+    pid = pid * 10 + ((*text)[at] - '0');
+  }
+  if (at > 0 && (at == text->size() || (*text)[at] == '\n')) report.ownerPid = pid;
 }
 
 }  // namespace
@@ -115,6 +192,7 @@ StatusReport gatherStatus(const fs::path& bridge, std::size_t logLines) {
                               "reaper_quillmere and start REAPER, or give --bridge.");
     return report;
   }
+  probeOwner(report);
   report.heartbeat = readHeartbeat(bridge);
   report.heartbeatAgeMs = nowMs() - report.heartbeat.timestampMs;
   report.alive = isAlive(report.heartbeat, nowMs());
@@ -131,8 +209,11 @@ StatusReport gatherStatus(const fs::path& bridge, std::size_t logLines) {
                           std::back_inserter(stillClaimed));
     claimed = stillClaimed;
     const std::vector<std::string>& waitingNow = folder(report, "requests").documents;
+    const bool foldersUsable = std::all_of(
+        report.folders.begin(), report.folders.end(),
+        [](const FolderScan& scan) { return scan.state == FolderScan::State::Present; });
     if (!waiting.empty() && !waitingNow.empty() && waiting.front() == waitingNow.front() &&
-        folder(report, "claimed").exists) {
+        foldersUsable) {
       report.problems.push_back("The first request in \"requests\" (" + waiting.front() +
                                 ") is not being taken although the extension runs: check that "
                                 "the bridge folder is writable, then restart REAPER.");
@@ -140,14 +221,15 @@ StatusReport gatherStatus(const fs::path& bridge, std::size_t logLines) {
   }
   report.stuckClaims = claimed;
   report.passedOver = folder(report, "requests").passedOver + folder(report, "claimed").passedOver;
-  report.staleTemporaries = folder(report, "requests").staleTemporaries +
-                            folder(report, "responses").staleTemporaries +
-                            staleTopLevelTemporaries(bridge);
+  report.staleRequestTemporaries = folder(report, "requests").staleTemporaries;
+  report.staleExtensionTemporaries =
+      folder(report, "responses").staleTemporaries + staleTopLevelTemporaries(bridge);
   report.recentLog = readLogTail(bridge, logLines);
 
   std::vector<std::string> queueProblems;
   std::swap(report.problems, queueProblems);
   addHeartbeatProblem(report);
+  addOwnerProblems(report);
   addFolderProblems(report);
   report.problems.insert(report.problems.end(), queueProblems.begin(), queueProblems.end());
   return report;

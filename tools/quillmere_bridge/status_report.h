@@ -2,10 +2,12 @@
 
 #include <array>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "quillmere_bridge/bridge_reader.h"
+#include "quillmere_bridge/platform.h"
 
 namespace bridge_tool {
 
@@ -18,8 +20,12 @@ struct StatusReport {
   Heartbeat heartbeat;
   std::int64_t heartbeatAgeMs = 0;
   bool alive = false;
+  LockProbe owner = LockProbe::Absent;  // bridge.lock, held by the REAPER that serves the bridge
+  std::optional<long> ownerPid;         // as the owner wrote it into bridge.lock
+  bool secondWaiting = false;           // another REAPER holds bridge.waiting while it waits
   std::array<FolderScan, kQueueFolders.size()> folders;
-  int staleTemporaries = 0;
+  int staleRequestTemporaries = 0;    // left in "requests" by producers
+  int staleExtensionTemporaries = 0;  // ".tmp" files of the extension's own writes
   int passedOver = 0;
   std::vector<std::string> stuckClaims;
   LogTail recentLog;
