@@ -4,6 +4,7 @@
 
 #include "bridge/bridge_directory.h"
 #include "bridge/claim_recovery.h"
+#include "bridge/deferred_entries.h"
 #include "bridge/report_files.h"
 #include "extension/timer_tick.h"
 
@@ -23,7 +24,12 @@ int load(reaper_plugin_info_t* record) {
     return 0;
   }
   if (REAPERAPI_LoadAPI(record->GetFunc) != 0) return 0;
-  if (!ensureDirectories()) return 0;
+  fixBridgeDirectory();
+  forgetDeferredEntries();
+  if (!ensureDirectories()) {
+    releaseBridgeDirectory();
+    return 0;
+  }
 
   pluginInfo = record;
   // Requests an earlier run left half done are settled before anything new can be taken.
@@ -34,12 +40,14 @@ int load(reaper_plugin_info_t* record) {
   lastHeartbeat = now;
   if (record->Register("timer", timerFacility()) != 0) return 1;
   pluginInfo = nullptr;
+  releaseBridgeDirectory();
   return 0;
 }
 
 void unload() {
   if (pluginInfo != nullptr) pluginInfo->Register("-timer", timerFacility());
   pluginInfo = nullptr;
+  releaseBridgeDirectory();
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ DueJobs takeDueJobs(SteadyTime now) {
 
 void runTick(SteadyTime now) {
   const DueJobs due = takeDueJobs(now);
-  if (due.poll) runShielded(processOneRequest);
+  if (due.poll) runShielded([now] { processOneRequest(now); });
   if (due.heartbeat) runShielded(writeHeartbeat);
 }
 
