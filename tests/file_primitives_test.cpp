@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #ifdef _WIN32
 #define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
 #include <windows.h>
 #else
 #include <signal.h>
