@@ -278,8 +278,9 @@ TEST_F(BridgeTool, BadUsageEndsWithCodeTwoAndDropsNothing) {
 
 TEST_F(BridgeTool, SpotGivesUpAtItsTimeoutAndTakesTheUnclaimedRequestBack) {
   startStandin();
-  // Without "claimed" the extension cannot claim anything until it is loaded again.
+  // With a file where "claimed" would be made again, the extension cannot claim anything.
   fs::remove(queue("claimed"));
+  writeAll(queue("claimed"), "");
   const Finished finished = tool({"spot", tone(), "--timeout", "0.4"});
   EXPECT_EQ(finished.exitCode, 3);
   EXPECT_THAT(finished.err, HasSubstr("no response within 400 ms; the request was taken back "
