@@ -104,17 +104,6 @@ TEST_F(RequestCycle, MakesAQueueFolderRemovedWhileRunningAgainWhereItIsNeeded) {
   }
 }
 
-TEST_F(RequestCycle, LeavesARequestItCannotClaimQueuedWithNoResponseAndNoLogLine) {
-  fs::remove(queue("claimed"));
-  writeAll(queue("claimed"), "a file where the folder should be made");
-  drop("a.json", requestDocument("a", tone()));
-  poll();
-  EXPECT_EQ(namesIn("requests"), Names{"a.json"});
-  EXPECT_EQ(namesIn("responses"), Names{});
-  EXPECT_FALSE(fs::exists(home.bridge() / "delivery.log"));
-  EXPECT_TRUE(host().allItems().empty());
-}
-
 // Each row makes x.json an entry that cannot be judged, then mends it so that it could be taken.
 TEST_F(RequestCycle, SetsAsideForAMinuteAnEntryItCannotJudgeAndServesTheNextInTheSamePoll) {
   const fs::path x = queue("requests") / "x.json";
