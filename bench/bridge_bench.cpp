@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -70,11 +71,12 @@ std::string plainRead(const fs::path& path) {
   return contents;
 }
 
-// A backlog of requests that cannot be claimed ("claimed" is missing): every poll lists the
-// whole queue, picks the first name, tests the archives and fails its rename.
+// A backlog of requests that cannot be claimed (a file stands where "claimed" would be made):
+// every poll lists the whole queue, picks the first name, tests the archives and fails its rename.
 void queueBacklog(const ScratchHome& home, int64_t count) {
   for (const char* name : {"requests", "completed", "failed", "responses"})
     fs::create_directories(home.queue(name));
+  writeFile(home.queue("claimed"), "");
   for (int64_t i = 0; i < count; ++i)
     writeFile(home.queue("requests") / ("r" + std::to_string(i) + ".json"), kRequest);
 }
@@ -82,7 +84,7 @@ void queueBacklog(const ScratchHome& home, int64_t count) {
 void BM_PollOverBacklog(benchmark::State& state) {
   ScratchHome home;
   queueBacklog(home, state.range(0));
-  for (auto _ : state) quillmere::processOneRequest();
+  for (auto _ : state) quillmere::processOneRequest(std::chrono::steady_clock::now());
   state.SetComplexityN(state.range(0));
 }
 BENCHMARK(BM_PollOverBacklog)->Arg(1000)->Arg(10000);
@@ -195,7 +197,7 @@ void BM_OneRequestEndToEnd(benchmark::State& state) {
     state.PauseTiming();
     run.drop();
     state.ResumeTiming();
-    quillmere::processOneRequest();
+    quillmere::processOneRequest(std::chrono::steady_clock::now());
   }
   host.reset();
 }
