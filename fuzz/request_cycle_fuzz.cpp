@@ -1,9 +1,10 @@
 // One whole turn of the mailbox per input: the input is dropped as a request file into a scratch
-// HOME and processOneRequest() claims, reads, parses, spots (against the stand-in host, in this
+// HOME and processOneRequest claims, reads, parses, spots (against the stand-in host, in this
 // process), answers, logs and archives it. Every document written must be one line of JSON that
 // carries back the request's id and one message, and the host must be left settled.
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -141,7 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const fs::path name = kFileNames[size % std::size(kFileNames)];
   std::ofstream(quillmere::queueDirectory("requests") / name, std::ios::binary) << text;
 
-  quillmere::processOneRequest();
+  quillmere::processOneRequest(std::chrono::steady_clock::now());
 
   const std::optional<quillmere::SpotRequest> request = quillmere::parseRequest(text);
   std::string id = request ? request->request_id : name.stem().string();

@@ -61,7 +61,7 @@ class EndToEnd : public BridgeTest {
   fake_reaper::PluginEntry entry_ = nullptr;
 };
 
-TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndStallsUntilReloadWithoutClaimed) {
+TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndServesOnWithoutItsArchive) {
   writeAll(queue("claimed") / "r1.json", requestDocument("abc", tone()));
   ASSERT_EQ(load(), 1);
   const std::string firstBeat = readAll(home.bridge() / "bridge_state.json");
@@ -75,13 +75,23 @@ TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndStallsUntilRel
   EXPECT_EQ(host().undoHistory[0].label + ", " + host().undoHistory[1].label,
             "Quillmere: Spot First, Quillmere: Spot Second");
 
-  std::filesystem::remove(queue("claimed"));
-  drop("b.json", "{");
-  runUntil([] { return false; }, 300ms);
-  EXPECT_EQ(namesIn("requests"), Names{"b.json"});
-  entry_(module_->handle(), nullptr);
+  std::filesystem::remove_all(queue("completed"));
+  drop("b.json", requestDocument("third", tone()));
+  ASSERT_TRUE(runUntil([&] { return std::filesystem::exists(queue("completed") / "b.json"); }));
+  EXPECT_EQ(namesIn("completed"), Names{"b.json"});
+  EXPECT_EQ(namesIn("claimed"), Names{});
+  EXPECT_EQ(namesIn("failed"), Names{"r1.json"});
+}
+
+TEST_F(EndToEnd, ServesTheBridgeFolderFixedAtLoadAfterHomeAndTheWorkingFolderChange) {
   ASSERT_EQ(load(), 1);
-  EXPECT_TRUE(runUntil([&] { return namesIn("failed") == Names{"b.json", "r1.json"}; }));
+  const std::filesystem::path moved = home.path() / "moved";
+  std::filesystem::create_directories(moved);
+  setHome(quillmere::utf8FromPath(moved));
+  std::filesystem::current_path(moved);
+  drop("a.json", requestDocument("a", tone()));
+  EXPECT_TRUE(runUntil([&] { return namesIn("completed") == Names{"a.json"}; }));
+  EXPECT_TRUE(std::filesystem::is_empty(moved));
 }
 
 TEST_F(EndToEnd, PlacesASourceWithNonAsciiLettersDroppedThroughAHomeWithNonAsciiLetters) {

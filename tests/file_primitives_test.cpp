@@ -1,7 +1,10 @@
 #include "bridge/file_primitives.h"
 
 #include <gtest/gtest.h>
-#ifndef _WIN32
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -84,6 +87,23 @@ TEST(WriteAtomic, KeepsTheOldTargetWhenTheTemporaryCannotBeMadeOrFilled) {
   EXPECT_FALSE(fs::exists("state.json.tmp"));
 #endif
 }
+
+#ifdef _WIN32
+// Readers share reading, writing and deleting: the target may be replaced under them (where the
+// system allows it), but it must never be removed and so vanish once they close it.
+TEST(WriteAtomic, ReplacesOrKeepsAFileAReaderHoldsOpenButNeverRemovesIt) {
+  TempHome home;
+  fs::current_path(home.path());
+  writeAll("state.json", "old");
+  const HANDLE reader = ::CreateFileW(L"state.json", GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+  const bool written = writeAtomic("state.json", "new");
+  ::CloseHandle(reader);
+  EXPECT_EQ(readAll("state.json"), written ? "new" : "old");
+}
+#endif
 
 TEST(ReadFile, ReadsUpToOneMebibyteAndNothingOfALargerFile) {
   TempHome home;

@@ -343,6 +343,23 @@ TEST_F(HostileFileSystem, NoEntryStallsTheQueueOrTheLoadAndEveryOtherRequestIsSe
          EXPECT_EQ(t.namesIn("requests").size(), 9'996u);
          EXPECT_EQ(t.logLines(), 4);
        }},
+      {"600 queued behind an archive folder that cannot be examined", Ground::plain,
+       [](auto& t) {
+         char name[16];
+         for (int i = 0; i < 600; ++i)
+           std::snprintf(name, sizeof name, "r%03d.json", i), t.drop(name, "{");
+       },
+       [](auto& t) {
+         // The first was answered before; none after is carried out, all wait.
+         EXPECT_EQ(t.namesIn("requests").size(), 599u);
+         EXPECT_EQ(t.namesIn("responses"), Names{"r000.json"});
+         EXPECT_EQ(t.namesIn("claimed"), Names{});
+         EXPECT_EQ(t.logLines(), 1);
+       },
+       [](auto& t) {
+         fs::remove_all(t.home.bridge() / "failed");
+         t.link("failed", t.home.bridge() / "failed");
+       }},
       {"the bridge folder deleted and re-created while running", Ground::plain, [](auto&) {},
        [](auto& t) { t.expectGoodServed(); },
        [](auto& t) {

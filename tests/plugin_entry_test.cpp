@@ -38,6 +38,8 @@ TEST_F(PluginEntry, RefusesABadLoadWithoutTouchingPluginInfo) {
     EXPECT_EQ(ReaperPluginEntry(nullptr, &record), 0);
     EXPECT_EQ(pluginInfo, &host().record);
     EXPECT_NE(UpdateItemInProject, nullptr);
+    setHome(utf8FromPath(home.path()));  // and no bridge folder fixed
+    EXPECT_EQ(bridgeDirectory(), home.bridge());
   }
   pluginInfo = nullptr;
 }

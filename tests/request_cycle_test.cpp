@@ -1,22 +1,34 @@
 #include "bridge/request_cycle.h"
 
+#include <functional>
 #include <iterator>
+#include <tuple>
 #include <vector>
 
 #include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
 #include "support/comma_locale.h"
 #ifdef __linux__
+#include <unistd.h>
+
 #include "support/folder_events.h"
 #endif
 
 namespace fs = std::filesystem;
 using namespace testing_support;
-using quillmere::processOneRequest;
+using namespace std::chrono_literals;
 
 namespace {
 
-class RequestCycle : public BridgeTest {};
+const auto kStart = std::chrono::steady_clock::time_point{} + 100h;
+
+class RequestCycle : public BridgeTest {
+ protected:
+  // A poll `sinceStart` after the first.
+  static void poll(std::chrono::steady_clock::duration sinceStart = {}) {
+    quillmere::processOneRequest(kStart + sinceStart);
+  }
+};
 
 // UTF-8 byte order: U+FF21 (three bytes) before U+1F600 (four), although UTF-16 puts the
 // latter's surrogates first.
@@ -33,10 +45,10 @@ TEST_F(RequestCycle, TakesOneJsonFilePerCallInByteOrderOfNamesAndLeavesTheRestAl
                                           "Z.json",        "a.json",    "b.json",
                                           "\xc3\xa9.json", kFullwidthA, kEmoji};
   for (size_t taken = 1; taken <= order.size(); ++taken) {
-    processOneRequest();
+    poll();
     EXPECT_EQ(namesIn("failed"), Names(order.begin(), order.begin() + taken));
   }
-  processOneRequest();
+  poll();
   EXPECT_EQ(namesIn("requests"), (Names{".json", "c.JSON", "folder.json", "notes.txt"}));
 }
 
@@ -45,8 +57,8 @@ TEST_F(RequestCycle, SilentlyDropsARequestWhoseNameIsAlreadyArchived) {
     writeAll(queue(archive) / (archive + std::string(".json")), "earlier");
     drop(archive + std::string(".json"), "{");
   }
-  processOneRequest();
-  processOneRequest();
+  poll();
+  poll();
   EXPECT_EQ(namesIn("requests"), Names{});
   EXPECT_EQ(namesIn("responses"), Names{});
   EXPECT_EQ(
@@ -78,7 +90,7 @@ TEST_F(RequestCycle, AnswersUnderTheRequestIdOrASafeStemAndArchivesByOutcome) {
     SCOPED_TRACE(file);
     fs::remove(queue("responses") / (id + ".json"));
     drop(file, document);
-    processOneRequest();
+    poll();
     EXPECT_NE(response(id.c_str()).find(answer), std::string::npos);
     EXPECT_EQ(namesIn(archive.c_str()).count(file), 1u);
   }
@@ -111,7 +123,7 @@ TEST_F(RequestCycle, ServesALinkedRequestFileThatTheLinkStillReachesFromClaimed)
     SCOPED_TRACE(c.file);
     if (!makeSymlink(c.target, queue("requests") / c.file))
       GTEST_SKIP() << "no symbolic links here";
-    processOneRequest();
+    poll();
     EXPECT_NE(response(c.id).find(c.answer), std::string::npos);
     EXPECT_TRUE(fs::is_symlink(queue(c.archive) / c.file));
   }
@@ -120,14 +132,90 @@ TEST_F(RequestCycle, ServesALinkedRequestFileThatTheLinkStillReachesFromClaimed)
   EXPECT_EQ(namesIn("requests"), Names{"kept"});
 }
 
-TEST_F(RequestCycle, LeavesARequestItCannotClaimQueuedWithNoResponseAndNoLogLine) {
-  fs::remove(queue("claimed"));
-  drop("a.json", requestDocument("a", tone()));
-  processOneRequest();
-  EXPECT_EQ(namesIn("requests"), Names{"a.json"});
-  EXPECT_EQ(namesIn("responses"), Names{});
-  EXPECT_FALSE(fs::exists(home.bridge() / "delivery.log"));
+TEST_F(RequestCycle, MakesAQueueFolderRemovedWhileRunningAgainWhereItIsNeeded) {
+  for (const std::string folder : {"claimed", "responses", "completed", "failed"}) {
+    SCOPED_TRACE(folder);
+    fs::remove_all(queue(folder.c_str()));
+    drop(folder + "-ok.json", requestDocument(folder + "-ok", tone()));
+    drop(folder + "-bad.json", "{");
+    poll(), poll();
+    EXPECT_NE(response((folder + "-ok").c_str()).find(R"("ok":true,)"), std::string::npos);
+    EXPECT_NE(response((folder + "-bad").c_str()).find(R"("ok":false,)"), std::string::npos);
+    EXPECT_EQ(namesIn("completed").count(folder + "-ok.json"), 1u);
+    EXPECT_EQ(namesIn("failed").count(folder + "-bad.json"), 1u);
+    EXPECT_EQ(namesIn("claimed"), Names{});
+  }
+}
+
+// Each row makes x.json an entry that cannot be judged, then mends it so that it could be taken.
+TEST_F(RequestCycle, SetsAsideForAMinuteAnEntryItCannotJudgeAndServesTheNextInTheSamePoll) {
+  const fs::path x = queue("requests") / "x.json";
+  const auto dropX = [&] { drop("x.json", requestDocument("x", tone())); };
+  const auto linkX = [&](const char* target) {
+    return [&, target] { ASSERT_TRUE(makeSymlink(target, x)); };
+  };
+  const auto relinkX = [&] { fs::remove(x), dropX(); };
+  const std::tuple<const char*, std::function<void()>, std::function<void()>> cases[] = {
+      {"a link to itself", linkX("x.json"), relinkX},
+      {"a dangling link", linkX("nowhere.json"), relinkX},
+      {"a link to a folder", linkX("."), relinkX},
+      {"an archive entry that cannot be examined",
+       [&] {
+         ASSERT_TRUE(makeSymlink("x.json", queue("completed") / "x.json"));
+         dropX();
+       },
+       [&] { fs::remove(queue("completed") / "x.json"); }},
+  };
+  if (!makeSymlink("x", queue("probe"))) GTEST_SKIP() << "no symbolic links on this platform";
+  std::chrono::hours row{};
+  for (const auto& [name, spoil, mend] : cases) {
+    SCOPED_TRACE(name);
+    row += 1h;
+    for (const char* folder : {"completed", "responses"}) fs::remove_all(queue(folder));
+    fs::create_directory(queue("completed"));
+    spoil();
+    drop("y.json", requestDocument("y", tone()));
+    poll(row);
+    EXPECT_EQ(namesIn("completed").count("y.json"), 1u);
+    mend();
+    poll(row + 60s - 1ns);
+    EXPECT_EQ(namesIn("requests"), Names{"x.json"});
+    poll(row + 60s);
+    EXPECT_EQ(namesIn("requests"), Names{});
+    EXPECT_NE(response("x").find(R"("ok":true,)"), std::string::npos);
+  }
+}
+
+TEST_F(RequestCycle, ExaminesFourCandidatesAPollAndCarriesNoneOutWhileTheArchiveCannotBeExamined) {
+  fs::remove(queue("completed"));
+  if (!makeSymlink("completed", queue("completed")))
+    GTEST_SKIP() << "no symbolic links on this platform";
+  for (const std::string stem : {"a", "b", "c", "d", "e", "f"})
+    drop(stem + ".json", requestDocument(stem, tone()));
+#ifdef __linux__
+  FolderEvents events(home.bridge());
+#endif
+  poll();
+#ifdef __linux__
+  EXPECT_EQ(events.take(), std::vector<std::string>{"requests opened"});  // listed once
+#endif
+  EXPECT_EQ(namesIn("requests").size(), 6u);
   EXPECT_TRUE(host().allItems().empty());
+
+  fs::remove(queue("completed"));
+  fs::create_directory(queue("completed"));
+  // a to d were set aside by the first poll, for a minute; the fifth name was never examined.
+  const std::pair<std::chrono::seconds, const char*> steps[] = {
+      {0s, "e.json"}, {0s, "f.json"}, {59s, ""}, {60s, "a.json"}};
+  for (const auto& [sinceStart, taken] : steps) {
+    SCOPED_TRACE(sinceStart.count());
+    const Names before = namesIn("completed");
+    poll(sinceStart);
+    Names added;
+    for (const std::string& name : namesIn("completed"))
+      if (before.count(name) == 0) added.insert(name);
+    EXPECT_EQ(added, *taken ? Names{taken} : Names{});
+  }
 }
 
 // The watcher is inotify.
@@ -142,11 +230,51 @@ TEST_F(RequestCycle, AnswersAndLogsBeforeAWatcherSeesTheClaimedFileLeave) {
   for (const auto& [file, document, id] : cases) {
     SCOPED_TRACE(file);
     drop(file, document);
-    processOneRequest();
+    poll();
+    // Listed once, claimed, both folders flushed ("requests" is opened for it), answered.
     EXPECT_EQ(events.take(),
-              (std::vector<std::string>{"claimed/" + file + " in", "responses/" + id + ".json in",
+              (std::vector<std::string>{"requests opened", "claimed/" + file + " in",
+                                        "requests opened", "responses/" + id + ".json in",
                                         "delivery.log written", "claimed/" + file + " out"}));
   }
+}
+
+// Every fsync the test program makes passes through here first (it is linked with
+// --wrap=fsync), and the test notes what the bridge had done by then.
+std::function<void(const std::string& folder)> onFsync;
+
+}  // namespace
+
+extern "C" int __real_fsync(int descriptor);
+extern "C" int __wrap_fsync(int descriptor) {
+  if (onFsync) {
+    char target[4096];
+    const ssize_t length =
+        ::readlink(("/proc/self/fd/" + std::to_string(descriptor)).c_str(), target, sizeof target);
+    onFsync(length > 0 ? std::string(target, static_cast<size_t>(length)) : "?");
+  }
+  return __real_fsync(descriptor);
+}
+
+namespace {
+
+TEST_F(RequestCycle, FlushesClaimedThenRequestsAfterTheClaimAndBeforeTheHostIsCalled) {
+  drop("a.json", requestDocument("a", tone()));
+  const size_t callsBefore = host().calls.size();
+  std::vector<std::string> seen;
+  onFsync = [&](const std::string& folder) {
+    const fs::path path(folder);
+    seen.push_back(path.filename().string() + ": claimed " +
+                   std::to_string(namesIn("claimed").count("a.json")) + ", queued " +
+                   std::to_string(namesIn("requests").count("a.json")) + ", host calls " +
+                   std::to_string(host().calls.size() - callsBefore));
+    EXPECT_EQ(path.parent_path(), fs::canonical(home.bridge()));
+  };
+  poll();
+  onFsync = nullptr;
+  EXPECT_EQ(seen, (std::vector<std::string>{"claimed: claimed 1, queued 0, host calls 0",
+                                            "requests: claimed 1, queued 0, host calls 0"}));
+  EXPECT_EQ(host().allItems().size(), 1u);
 }
 #endif
 
@@ -155,7 +283,7 @@ TEST_F(RequestCycle, WritesClassicNumbersUnderAGroupingGlobalLocale) {
   host().cursor = 1234.5;
   std::string document = requestDocument("a", tone());
   drop("a.json", document.replace(document.find(":17,"), 4, ":1234567,"));
-  processOneRequest();
+  poll();
   EXPECT_NE(response("a").find(R"("project_item_id":1234567,)"), std::string::npos);
   EXPECT_NE(response("a").find(R"("position_seconds":1234.500000000,)"), std::string::npos);
   const std::string log = readAll(home.bridge() / "delivery.log");

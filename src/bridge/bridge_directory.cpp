@@ -1,5 +1,6 @@
 #include "bridge/bridge_directory.h"
 
+#include <optional>
 #include <system_error>
 
 #include "platform/utf8_path.h"
@@ -13,12 +14,32 @@ namespace {
 constexpr const char* kQueueNames[] = {"requests",  "claimed", "responses",
                                        "completed", "failed",  "acknowledged"};
 
+std::optional<fs::path> fixedDirectory;
+
 }  // namespace
 
-fs::path bridgeDirectory() {
+fs::path locateBridgeDirectory() {
+  std::error_code error;
   const fs::path home = homeDirectory();
-  if (home.empty()) return {};
-  return home / "Library" / "Application Support" / "Quillmere" / "reaper-bridge";
+  fs::path folder =
+      home.empty()
+          ? fs::current_path(error)
+          : fs::absolute(home / "Library" / "Application Support" / "Quillmere" / "reaper-bridge",
+                         error);
+  if (error) return {};
+  return folder;
+}
+
+void fixBridgeDirectory() {
+  fixedDirectory = locateBridgeDirectory();
+}
+
+void releaseBridgeDirectory() {
+  fixedDirectory.reset();
+}
+
+fs::path bridgeDirectory() {
+  return fixedDirectory ? *fixedDirectory : locateBridgeDirectory();
 }
 
 fs::path queueDirectory(const char* name) {
@@ -26,9 +47,11 @@ fs::path queueDirectory(const char* name) {
 }
 
 bool ensureDirectories() {
+  const fs::path bridge = bridgeDirectory();
+  if (bridge.empty()) return false;
   std::error_code error;
   for (const char* name : kQueueNames) {
-    fs::create_directories(queueDirectory(name), error);
+    fs::create_directories(bridge / name, error);
     if (error) return false;
   }
   return true;

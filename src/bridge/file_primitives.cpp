@@ -42,12 +42,15 @@ bool writeAtomic(const fs::path& target, const std::string& contents) {
   fs::rename(temporary, target, error);
   if (!error) return true;
 
-  // Something that rename cannot replace stands at the target (an empty folder, say): clear it
-  // and try once more, accepting that a second failure leaves no target at all.
-  fs::remove(target, error);
-  error.clear();
-  fs::rename(temporary, target, error);
-  if (!error) return true;
+  // Only a folder at the target is cleared for a second try. A file that could not be replaced
+  // is held open by a reader on Windows: removing it there would make it vanish once the reader
+  // closes it, rather than keep its old contents until the next write.
+  if (fs::is_directory(fs::symlink_status(target, error))) {
+    fs::remove(target, error);
+    error.clear();
+    fs::rename(temporary, target, error);
+    if (!error) return true;
+  }
 
   fs::remove(temporary, error);
   return false;

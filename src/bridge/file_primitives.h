@@ -15,6 +15,7 @@ constexpr std::size_t kLargestReadableFile = std::size_t{1} << 20;
 std::string readFile(const std::filesystem::path& path);
 
 // Replaces the target through "<target>.tmp" and a rename; true when the target holds `contents`.
+// An empty folder at the target is replaced too; a file that cannot be replaced is kept.
 bool writeAtomic(const std::filesystem::path& target, const std::string& contents);
 
 }  // namespace quillmere

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "bridge/bridge_directory.h"
+#include "bridge/deferred_entries.h"
 #include "bridge/file_primitives.h"
 #include "bridge/report_files.h"
+#include "platform/folder_flush.h"
 #include "platform/utf8_path.h"
 #include "report/response_document.h"
 #include "spot/spot_operation.h"
@@ -20,6 +22,7 @@ namespace quillmere {
 namespace {
 
 using Name = DirectoryListing::Name;
+using SteadyTime = std::chrono::steady_clock::time_point;
 
 // Names are ordered by their UTF-8 bytes; Windows lists UTF-16 names, whose order differs.
 #ifdef _WIN32
@@ -32,42 +35,59 @@ Name orderOf(Name name) {
 }
 #endif
 
-// The smallest candidate name, compared byte by byte: the order of names is the order of work.
-// Only a name that would win has its type read; an entry whose type cannot be read is passed
-// over like one that is not a request, and so is one passed over earlier in this poll.
-std::optional<fs::path> firstCandidate(const std::vector<fs::path>& passedOver) {
-  std::optional<fs::path::string_type> first;
-  decltype(orderOf(Name())) firstOrder{};
-  DirectoryListing listing(queueDirectory("requests"));
+// Every status query costs at least one of the poll's few, so no more candidates are kept.
+constexpr std::size_t kCandidatesPerPoll = kStatusQueriesPerPoll;
+
+struct Candidate {
+  fs::path::string_type name;
+  bool listedRegular;  // the listing said so; otherwise its type costs a status query
+};
+
+// The first candidate names in byte order (the order of names is the order of work), from one
+// listing and nothing else: entries set aside and those the listing tells are not files are left
+// out.
+std::vector<Candidate> firstCandidates(const fs::path& requests, SteadyTime now) {
+  std::vector<Candidate> chosen;
+  chosen.reserve(kCandidatesPerPoll + 1);
+  decltype(orderOf(Name())) lastOrder{};  // of chosen.back(), kept while chosen is full
+  DirectoryListing listing(requests);
   while (const std::optional<Name> name = listing.next()) {
     if (!isRequestName(*name)) continue;
     const auto order = orderOf(*name);
-    if (first && !(order < firstOrder)) continue;
-    if (std::any_of(passedOver.begin(), passedOver.end(),
-                    [&](const fs::path& over) { return Name(over.native()) == *name; })) {
-      continue;
-    }
-    if (listing.isRegularFile()) {
-      first.emplace(*name);
-      firstOrder = orderOf(Name(*first));
-    }
+    if (chosen.size() == kCandidatesPerPoll && !(order < lastOrder)) continue;
+    if (isDeferred(requests, *name, now)) continue;
+    const DirectoryListing::Type type = listing.listedType();
+    if (type == DirectoryListing::Type::other) continue;
+    const auto later = std::find_if(chosen.begin(), chosen.end(), [&](const Candidate& c) {
+      return order < orderOf(Name(c.name));
+    });
+    chosen.insert(later,
+                  {fs::path::string_type(*name), type == DirectoryListing::Type::regularFile});
+    if (chosen.size() > kCandidatesPerPoll) chosen.pop_back();
+    if (chosen.size() == kCandidatesPerPoll) lastOrder = orderOf(Name(chosen.back().name));
   }
-  if (!first) return std::nullopt;
-  return fs::path(*first);
+  return chosen;
 }
 
-enum class Archived { no, yes, unknown };
+enum class Verdict { request, archived, setAside, unfinished };
 
-// Tested in this order; an archive entry that cannot be examined (a link to itself) leaves the
-// answer unknown.
-Archived archivedAlready(const fs::path& name) {
+// A regular file not yet archived is a request. Each status query is taken from `queries`; with
+// none left the verdict is unfinished, to be reached at a later poll.
+Verdict judge(const fs::path& queued, const Candidate& candidate, int& queries) {
   std::error_code error;
-  for (const char* archive : {"completed", "failed"}) {
-    const bool found = fs::exists(queueDirectory(archive) / name, error);
-    if (error) return Archived::unknown;
-    if (found) return Archived::yes;
+  if (!candidate.listedRegular) {
+    if (queries == 0) return Verdict::unfinished;
+    --queries;
+    if (!fs::is_regular_file(fs::status(queued, error)) || error) return Verdict::setAside;
   }
-  return Archived::no;
+  for (const char* archive : {"completed", "failed"}) {
+    if (queries == 0) return Verdict::unfinished;
+    --queries;
+    const bool found = fs::exists(queueDirectory(archive) / queued.filename(), error);
+    if (error) return Verdict::setAside;
+    if (found) return Verdict::archived;
+  }
+  return Verdict::request;
 }
 
 SpotResult carryOut(const SpotRequest& request) {
@@ -79,19 +99,28 @@ SpotResult carryOut(const SpotRequest& request) {
   }
 }
 
-void claimAndAnswer(const fs::path& queued, const fs::path& name) {
-  const fs::path claimed = queueDirectory("claimed") / name;
+// False when the request could not be claimed and stays queued.
+bool claimAndAnswer(const fs::path& requests, const fs::path& queued) {
+  const fs::path claimedFolder = queueDirectory("claimed");
+  const fs::path claimed = claimedFolder / queued.filename();
   std::error_code error;
+  fs::create_directory(claimedFolder, error);
+  error.clear();
   fs::rename(queued, claimed, error);
-  if (error) return;
+  if (error) return false;
+  // Once placed, a request must not come back to "requests" after a power cut. A file system
+  // that will not flush folders (a share, some FUSE mounts) is carried on from, as durable as it
+  // makes renames: refusing there would serve nothing ever, and the claim holds for this run.
+  flushFolders({claimedFolder, requests});
 
   if (const std::optional<SpotRequest> request = parseRequest(readFile(claimed))) {
     answerClaimed(claimed, *request, carryOut(*request));
-    return;
+    return true;
   }
   SpotResult invalid;
   invalid.message = "Invalid Quillmere spot request";
   answerClaimed(claimed, requestNamedAfter(claimed, "invalid-request"), invalid);
+  return true;
 }
 
 }  // namespace
@@ -119,28 +148,39 @@ void answerClaimed(const fs::path& claimedPath, const SpotRequest& request,
 }
 
 void archiveClaimed(const fs::path& claimedPath, bool ok) {
-  const fs::path target = queueDirectory(ok ? "completed" : "failed") / claimedPath.filename();
+  const fs::path folder = queueDirectory(ok ? "completed" : "failed");
+  const fs::path target = folder / claimedPath.filename();
   std::error_code error;
+  fs::create_directory(folder, error);
+  error.clear();
   fs::remove(target, error);
   error.clear();
   fs::rename(claimedPath, target, error);
 }
 
-void processOneRequest() {
-  std::vector<fs::path> passedOver;
-  while (const std::optional<fs::path> name = firstCandidate(passedOver)) {
-    const Archived archived = archivedAlready(*name);
-    if (archived == Archived::unknown) {
-      passedOver.push_back(*name);
-      continue;
+void processOneRequest(SteadyTime now) {
+  const fs::path requests = queueDirectory("requests");
+  int queries = kStatusQueriesPerPoll;
+  for (const Candidate& candidate : firstCandidates(requests, now)) {
+    const fs::path queued = requests / candidate.name;
+    bool taken = false;
+    switch (judge(queued, candidate, queries)) {
+      case Verdict::unfinished:
+        return;
+      case Verdict::setAside:
+        deferEntry(requests, candidate.name, now);
+        continue;
+      case Verdict::archived: {
+        std::error_code error;
+        taken = fs::remove(queued, error) || !error;
+        break;
+      }
+      case Verdict::request:
+        taken = claimAndAnswer(requests, queued);
+        break;
     }
-    const fs::path queued = queueDirectory("requests") / *name;
-    if (archived == Archived::yes) {
-      std::error_code error;
-      fs::remove(queued, error);
-    } else {
-      claimAndAnswer(queued, *name);
-    }
+    // Left where it is, it would hold up every later poll.
+    if (!taken) deferEntry(requests, candidate.name, now);
     return;
   }
 }

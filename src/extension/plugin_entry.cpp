@@ -4,6 +4,7 @@
 
 #include "bridge/bridge_directory.h"
 #include "bridge/bridge_owner.h"
+#include "bridge/deferred_entries.h"
 #include "bridge/report_files.h"
 #include "extension/timer_tick.h"
 
@@ -23,7 +24,12 @@ int load(reaper_plugin_info_t* record) {
     return 0;
   }
   if (REAPERAPI_LoadAPI(record->GetFunc) != 0) return 0;
-  if (!ensureDirectories()) return 0;
+  fixBridgeDirectory();
+  forgetDeferredEntries();
+  if (!ensureDirectories()) {
+    releaseBridgeDirectory();
+    return 0;
+  }
 
   pluginInfo = record;
   // While another process serves this bridge, this one touches nothing in it and leaves the
@@ -35,6 +41,7 @@ int load(reaper_plugin_info_t* record) {
   if (record->Register("timer", timerFacility()) != 0) return 1;
   leaveBridge();
   pluginInfo = nullptr;
+  releaseBridgeDirectory();
   return 0;
 }
 
@@ -42,6 +49,7 @@ void unload() {
   if (pluginInfo != nullptr) pluginInfo->Register("-timer", timerFacility());
   leaveBridge();
   pluginInfo = nullptr;
+  releaseBridgeDirectory();
 }
 
 }  // namespace

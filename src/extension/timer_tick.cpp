@@ -44,7 +44,7 @@ void runTick(SteadyTime now) {
   // it still holds it; neither runs anything else without it.
   if (due.heartbeat) runShielded(takeOverBridge);
   if (!ownsBridge()) return;
-  if (due.poll) runShielded(processOneRequest);
+  if (due.poll) runShielded([now] { processOneRequest(now); });
   if (due.heartbeat) runShielded(writeHeartbeat);
 }
 

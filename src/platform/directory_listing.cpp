@@ -4,7 +4,6 @@
 
 #ifndef _WIN32
 #include <dirent.h>
-#include <sys/stat.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -36,9 +35,9 @@ std::optional<DirectoryListing::Name> DirectoryListing::next() {
   return Name(state_->name);
 }
 
-bool DirectoryListing::isRegularFile() const {
-  std::error_code error;
-  return state_->entry->is_regular_file(error);
+// The standard library's listing here tells no types without asking the file system again.
+DirectoryListing::Type DirectoryListing::listedType() const {
+  return Type::unknown;
 }
 
 #else
@@ -65,16 +64,20 @@ std::optional<DirectoryListing::Name> DirectoryListing::next() {
   return std::nullopt;
 }
 
-bool DirectoryListing::isRegularFile() const {
-  const dirent* entry = state_->entry;
+DirectoryListing::Type DirectoryListing::listedType() const {
 #if defined(_DIRENT_HAVE_D_TYPE) || defined(__APPLE__)
-  // Most file systems tell the type in the listing; only links and the unknown need a look.
-  if (entry->d_type == DT_REG) return true;
-  if (entry->d_type != DT_LNK && entry->d_type != DT_UNKNOWN) return false;
+  switch (state_->entry->d_type) {
+    case DT_REG:
+      return Type::regularFile;
+    case DT_LNK:
+    case DT_UNKNOWN:
+      return Type::unknown;
+    default:
+      return Type::other;
+  }
+#else
+  return Type::unknown;
 #endif
-  struct stat status;
-  return ::fstatat(dirfd(state_->folder), entry->d_name, &status, 0) == 0 &&
-         S_ISREG(status.st_mode);
 }
 
 #endif

@@ -20,9 +20,10 @@ class DirectoryListing {
 
   // The next name ("." and ".." left out), valid until the next call; nothing at the end.
   std::optional<Name> next();
-  // Whether the entry last named is a regular file, a link counting by what it points to; false
-  // when its type cannot be read (a link to itself, say).
-  bool isRegularFile() const;
+  enum class Type { regularFile, other, unknown };
+  // The type of the entry last named as far as the listing itself tells it, which costs no status
+  // query: a link, and any entry of a file system (or platform) that does not say, is unknown.
+  Type listedType() const;
 
  private:
   struct State;

@@ -101,11 +101,14 @@ std::string utf8FromPath(const fs::path& path) {
   return utf8FromUtf16(std::u16string(native.begin(), native.end()));
 }
 
-// The narrow environment is in the ANSI code page, which cannot hold every letter.
+// The narrow environment is in the ANSI code page, which cannot hold every letter. HOME is rarely
+// set here; USERPROFILE is the home every program on the system finds.
 fs::path homeDirectory() {
-  const wchar_t* home = _wgetenv(L"HOME");
-  if (home == nullptr || *home == L'\0') return {};
-  return fs::path(home);
+  for (const wchar_t* name : {L"HOME", L"USERPROFILE"}) {
+    const wchar_t* home = _wgetenv(name);
+    if (home != nullptr && *home != L'\0') return fs::path(home);
+  }
+  return {};
 }
 
 #else

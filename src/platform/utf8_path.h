@@ -14,7 +14,8 @@ std::filesystem::path pathFromUtf8(const std::string& bytes);
 // The path as UTF-8 bytes, the inverse of pathFromUtf8. Never throws.
 std::string utf8FromPath(const std::filesystem::path& path);
 
-// HOME as a path; empty when HOME is unset or empty. Read afresh on every call.
+// HOME as a path, on Windows USERPROFILE where HOME is unset or empty; empty when neither is set.
+// Read afresh on every call.
 std::filesystem::path homeDirectory();
 
 // The conversions Windows paths need, built on every platform so that they are tested

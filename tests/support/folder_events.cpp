@@ -15,7 +15,8 @@ FolderEvents::FolderEvents(const std::filesystem::path& bridge)
   claimed_ =
       ::inotify_add_watch(descriptor_, (bridge / "claimed").c_str(), IN_MOVED_TO | IN_MOVED_FROM);
   responses_ = ::inotify_add_watch(descriptor_, (bridge / "responses").c_str(), IN_MOVED_TO);
-  if (bridge_ < 0 || claimed_ < 0 || responses_ < 0)
+  requests_ = ::inotify_add_watch(descriptor_, (bridge / "requests").c_str(), IN_OPEN);
+  if (bridge_ < 0 || claimed_ < 0 || responses_ < 0 || requests_ < 0)
     throw std::runtime_error("inotify_add_watch failed");
 }
 
@@ -39,6 +40,8 @@ std::vector<std::string> FolderEvents::take() {
         events.push_back("claimed/" + name + ((event.mask & IN_MOVED_TO) ? " in" : " out"));
       } else if (event.wd == responses_) {
         events.push_back("responses/" + name + " in");
+      } else if (event.wd == requests_ && name.empty()) {
+        events.push_back("requests opened");
       }
     }
   }

@@ -24,21 +24,22 @@ fs::path freshFolder() {
   throw std::runtime_error("cannot make a HOME");
 }
 
-std::optional<std::string> currentHome() {
+std::optional<std::string> variable(const char* name) {
 #if defined(_WIN32)
-  const wchar_t* home = _wgetenv(L"HOME");
-  if (home == nullptr) return std::nullopt;
-  return quillmere::utf8FromPath(home);
+  const wchar_t* value = _wgetenv(quillmere::pathFromUtf8(name).c_str());
+  if (value == nullptr) return std::nullopt;
+  return quillmere::utf8FromPath(value);
 #else
-  const char* home = std::getenv("HOME");
-  if (home == nullptr) return std::nullopt;
-  return std::string(home);
+  const char* value = std::getenv(name);
+  if (value == nullptr) return std::nullopt;
+  return std::string(value);
 #endif
 }
 
 }  // namespace
 
-TempHome::TempHome() : root_(freshFolder()), oldHome_(currentHome()) {
+TempHome::TempHome()
+    : root_(freshFolder()), oldHome_(variable("HOME")), oldUserProfile_(variable("USERPROFILE")) {
   setHome(quillmere::utf8FromPath(root_));
 }
 
@@ -46,6 +47,7 @@ TempHome::~TempHome() {
   std::error_code ignored;
   fs::current_path(oldCwd_, ignored);
   setHome(oldHome_);
+  setVariable("USERPROFILE", oldUserProfile_);
   fs::remove_all(root_, ignored);
 }
 
@@ -58,12 +60,12 @@ void writeAll(const fs::path& path, const std::string& contents) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << contents;
 }
 
-void setHome(const std::optional<std::string>& value) {
+void setVariable(const char* name, const std::optional<std::string>& value) {
 #if defined(_WIN32)
   // An empty value removes the variable, as unsetting does.
-  _wputenv((L"HOME=" + quillmere::pathFromUtf8(value.value_or("")).native()).c_str());
+  _wputenv(quillmere::pathFromUtf8(name + ("=" + value.value_or(""))).c_str());
 #else
-  value ? ::setenv("HOME", value->c_str(), 1) : ::unsetenv("HOME");
+  value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
 #endif
 }
 

@@ -6,10 +6,11 @@
 
 namespace testing_support {
 
-// A fresh folder set as HOME for one test; HOME and the working folder are restored after.
+// A fresh folder set as HOME for one test; HOME, USERPROFILE and the working folder are restored
+// after.
 class TempHome {
   std::filesystem::path root_, oldCwd_ = std::filesystem::current_path();
-  std::optional<std::string> oldHome_;  // UTF-8
+  std::optional<std::string> oldHome_, oldUserProfile_;  // UTF-8
 
  public:
   TempHome();
@@ -24,8 +25,12 @@ class TempHome {
 std::string readAll(const std::filesystem::path& path);
 void writeAll(const std::filesystem::path& path, const std::string& contents);
 
-// Sets HOME to UTF-8 bytes, or unsets it ("nullopt" unsets).
-void setHome(const std::optional<std::string>& value);
+// Sets an environment variable to UTF-8 bytes, or unsets it ("nullopt" unsets; on Windows an
+// empty value unsets it too).
+void setVariable(const char* name, const std::optional<std::string>& value);
+inline void setHome(const std::optional<std::string>& value) {
+  setVariable("HOME", value);
+}
 
 // Makes `link` a symbolic link to `target`; false where the platform cannot (MinGW's library
 // makes no links, and Windows allows them only to some users).
