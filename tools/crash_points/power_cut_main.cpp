@@ -39,12 +39,14 @@ struct Options {
   crash_points::Programs programs{QUILLMERE_STANDIN_PATH, QUILLMERE_MODULE_PATH,
                                   QUILLMERE_SHIM_PATH};
   std::size_t requests = 2;
+  bool answersMustSurvive = false;
   bool keep = false;
 };
 
 const char kUsage[] =
-    "usage: quillmere_power_cut [--requests N] [--keep] [--standin PATH] [--module PATH]\n"
-    "                           [--shim PATH]\n";
+    "usage: quillmere_power_cut [--requests N] [--answers-must-survive] [--keep]\n"
+    "                           [--standin PATH] [--module PATH] [--shim PATH]\n"
+    "  --answers-must-survive: a response or log line lost to a cut is a problem, not a note\n";
 
 std::string readAll(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
@@ -223,8 +225,8 @@ class PowerCut {
     const RunEnd restart =
         crash_points::finishUndisturbed(options_.programs, world_, scratch_ / "restart.log");
     if (!restart.trouble.empty()) return problem(label + ", the restart: " + restart.trouble);
-    const kill_soak::SoakOutcome outcome =
-        kill_soak::checkSoak(world_.bridge(), world_.journal(), world_.queued(), true);
+    const kill_soak::SoakOutcome outcome = kill_soak::checkSoak(
+        world_.bridge(), world_.journal(), world_.queued(), !options_.answersMustSurvive);
     for (const std::string& broken : outcome.problems) problem(label + ": " + broken);
     for (const std::string& lost : outcome.lostAnswers) {
       ++lostAnswers_;
@@ -243,8 +245,8 @@ class PowerCut {
 std::string parseOptions(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; ++i) {
     const std::string flag = argv[i];
-    if (flag == "--keep") {
-      options.keep = true;
+    if (flag == "--keep" || flag == "--answers-must-survive") {
+      (flag == "--keep" ? options.keep : options.answersMustSurvive) = true;
       continue;
     }
     if (i + 1 >= argc) return flag + " needs a value";
