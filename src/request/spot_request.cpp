@@ -16,19 +16,6 @@ constexpr double kItemIdLimit = 9223372036854775808.0;
 
 constexpr std::size_t kMaxRequestIdLength = 128;
 
-constexpr std::string_view kRequestKeys[] = {"version",
-                                             "command",
-                                             "request_id",
-                                             "project_item_id",
-                                             "source_path",
-                                             "expected_project_path",
-                                             "display_name",
-                                             "gain_db",
-                                             "playback_rate",
-                                             "full_handles",
-                                             "source_offset_seconds",
-                                             "visible_length_seconds"};
-
 bool isRequestIdByte(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
          c == '_';
@@ -49,16 +36,16 @@ bool isDeviceName(const std::string& id) {
   return (prefix == "COM" || prefix == "LPT") && name[3] >= '0' && name[3] <= '9';
 }
 
-// An id spelt like a key stands quoted like that key, and the lookup would take it for the key.
-bool isRequestKey(const std::string& id) {
-  return std::find(std::begin(kRequestKeys), std::end(kRequestKeys), id) != std::end(kRequestKeys);
-}
-
 bool isVersion(double value) {
   return value == 1.0 || value == 2.0 || value == 3.0 || value == 4.0;
 }
 
 }  // namespace
+
+bool isRequestKey(std::string_view value) {
+  return std::find(std::begin(kRequestKeys), std::end(kRequestKeys), value) !=
+         std::end(kRequestKeys);
+}
 
 bool safeRequestId(const std::string& id) {
   return !id.empty() && id.size() <= kMaxRequestIdLength &&

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quillmere {
 
@@ -19,6 +20,23 @@ struct SpotRequest {
   double source_offset_seconds = 0.0;
   double visible_length_seconds = 0.0;
 };
+
+// The twelve keys a request is read by, in the order they are read.
+inline constexpr std::string_view kRequestKeys[] = {"version",
+                                                    "command",
+                                                    "request_id",
+                                                    "project_item_id",
+                                                    "source_path",
+                                                    "expected_project_path",
+                                                    "display_name",
+                                                    "gain_db",
+                                                    "playback_rate",
+                                                    "full_handles",
+                                                    "source_offset_seconds",
+                                                    "visible_length_seconds"};
+
+// A value spelt like a key stands quoted like that key, and the lookup would take it for the key.
+bool isRequestKey(std::string_view value);
 
 std::optional<SpotRequest> parseRequest(const std::string& text);
 

@@ -91,7 +91,7 @@ bool endsWith(const std::string& text, const std::string& tail) {
 
 fs::path locateBridge(const std::optional<std::string>& bridgeOption) {
   if (bridgeOption) return fs::path(*bridgeOption);
-  return quillmere::bridgeDirectory();
+  return quillmere::locateBridgeDirectory();
 }
 
 std::string shownPath(const fs::path& path) {

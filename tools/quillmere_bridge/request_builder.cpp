@@ -11,26 +11,6 @@ namespace bridge_tool {
 
 namespace {
 
-const char* const kKeyNames[] = {"version",
-                                 "command",
-                                 "request_id",
-                                 "project_item_id",
-                                 "source_path",
-                                 "expected_project_path",
-                                 "display_name",
-                                 "gain_db",
-                                 "playback_rate",
-                                 "full_handles",
-                                 "source_offset_seconds",
-                                 "visible_length_seconds"};
-
-bool isKeyName(const std::string& value) {
-  for (const char* key : kKeyNames) {
-    if (value == key) return true;
-  }
-  return false;
-}
-
 void appendUnicodeEscape(std::string& out, unsigned char byte) {
   char escape[7];
   std::snprintf(escape, sizeof escape, "\\u%04x", byte);
@@ -49,7 +29,7 @@ std::string jsonStringLiteral(const std::string& value) {
     const auto byte = static_cast<unsigned char>(value[i]);
     // The reader finds a key by its quoted name anywhere in the text, so a value never carries a
     // bare quote, and a value that is a key name has its first letter escaped.
-    if (byte == '"' || byte < 0x20 || (i == 0 && isKeyName(value))) {
+    if (byte == '"' || byte < 0x20 || (i == 0 && quillmere::isRequestKey(value))) {
       appendUnicodeEscape(out, byte);
     } else if (byte == '\\') {
       out += "\\\\";
