@@ -202,7 +202,9 @@ class PowerCut {
     }
     // A file system that was shut down refuses every change.
     const fs::path probe = mount_ / "after-the-cut";
-    if (::open(probe.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644) >= 0) {
+    const int written = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (written >= 0) {
+      ::close(written);
       return problem(label + ": the file system still takes writes; no power cut happened");
     }
     if (!unmount()) return;
