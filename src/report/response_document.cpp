@@ -17,8 +17,13 @@ std::string responseJson(const SpotRequest& request, const SpotResult& result) {
       << ",\"ok\":" << (result.ok ? "true" : "false") << ",\"message\":\""
       << jsonEscape(result.message) << "\",\"track_index\":" << result.track_index
       << ",\"position_seconds\":" << std::fixed << std::setprecision(9) << result.position_seconds
-      << ",\"output_path\":\"" << jsonEscape(result.output_path) << "\"}\n";
-  return out.str();
+      << ",\"output_path\":\"";
+  // The path, up to a request's size and six times that escaped, is written outside the stream,
+  // whose growth would copy it several times over.
+  std::string document = out.str();
+  appendJsonEscaped(document, result.output_path);
+  document += "\"}\n";
+  return document;
 }
 
 }  // namespace quillmere

@@ -10,17 +10,25 @@
 namespace child_process {
 
 pid_t start(const std::vector<std::string>& argv, const std::string& outputPath, bool append,
-            const std::optional<std::string>& home) {
+            const std::optional<std::string>& home, const std::vector<std::string>& settings) {
   // Everything the child needs is prepared before the fork: after it, only async-signal-safe calls.
   std::vector<char*> args;
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
-  const std::string homeVariable = "HOME=" + home.value_or("");
+  std::vector<std::string> added = settings;
+  if (home) added.push_back("HOME=" + *home);
+  const auto replaced = [&](const char* variable) {
+    for (const std::string& setting : added) {
+      const std::size_t name = setting.find('=') + 1;
+      if (std::strncmp(variable, setting.c_str(), name) == 0) return true;
+    }
+    return false;
+  };
   std::vector<char*> environment;
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (!home || std::strncmp(*variable, "HOME=", 5) != 0) environment.push_back(*variable);
+    if (!replaced(*variable)) environment.push_back(*variable);
   }
-  if (home) environment.push_back(const_cast<char*>(homeVariable.c_str()));
+  for (std::string& setting : added) environment.push_back(setting.data());
   environment.push_back(nullptr);
   const int outputFlags = O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC);
 

@@ -12,9 +12,11 @@ namespace child_process {
 
 // Starts `argv` (its first element a path) with standard input from /dev/null and its output and
 // errors going to `outputPath`, appended to or truncated; with HOME set to `home` when one is
-// given, this process's environment otherwise. Returns the child's id, or -1.
+// given, this process's environment otherwise, and each "NAME=value" of `settings` added in place
+// of any variable of that name. Returns the child's id, or -1.
 pid_t start(const std::vector<std::string>& argv, const std::string& outputPath, bool append,
-            const std::optional<std::string>& home = std::nullopt);
+            const std::optional<std::string>& home = std::nullopt,
+            const std::vector<std::string>& settings = {});
 
 // Waits for the child to end; returns its wait status.
 int wait(pid_t child);

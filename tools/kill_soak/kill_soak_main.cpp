@@ -1,10 +1,12 @@
 // quillmere_kill_soak: feeds the bridge a stream of valid requests while the stand-in host, running
-// the real extension module, is killed (SIGKILL) at seeded random moments and started again; once
+// the real extension module, is killed (SIGKILL) at seeded random moments and started again; with
+// --instances 2, two of them share the bridge, each killed and restarted on its own schedule. Once
 // the kills are done it lets the queue drain, loads the extension once more cleanly, and checks
-// that no request was placed twice, lost, or left unanswered.
+// that no request was placed twice, answered twice, lost, or left unanswered.
 #include <signal.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
@@ -32,6 +34,7 @@ namespace {
 struct Options {
   std::uint64_t seed = std::random_device{}();
   int kills = 30;
+  int instances = 1;
   int backlog = 8;     // requests kept waiting before each start
   int maxGapMs = 400;  // a kill comes 0 to this many milliseconds after a start
   std::string callMs = "2";
@@ -41,10 +44,12 @@ struct Options {
 };
 
 const char kUsage[] =
-    "usage: quillmere_kill_soak [--seed N] [--kills N] [--backlog N] [--max-gap-ms MS]\n"
-    "                           [--call-ms MS] [--standin PATH] [--module PATH] [--keep]\n"
-    "  defaults: a random seed (printed), 30 kills, 8 requests waiting, kills 0-400 ms after\n"
-    "  each start, host calls of 2 ms; --keep keeps the scratch folder (kept anyway on failure)\n";
+    "usage: quillmere_kill_soak [--seed N] [--kills N] [--instances 1|2] [--backlog N]\n"
+    "                           [--max-gap-ms MS] [--call-ms MS] [--standin PATH]\n"
+    "                           [--module PATH] [--keep]\n"
+    "  defaults: a random seed (printed), 30 kills in all, one instance, 8 requests waiting,\n"
+    "  each instance killed 0-400 ms after its start, host calls of 2 ms; --keep keeps the\n"
+    "  scratch folder (kept anyway on failure)\n";
 
 template <typename Number>
 bool parseWhole(const std::string& text, Number& value, Number least) {
@@ -68,6 +73,8 @@ std::string parseOptions(int argc, char** argv, Options& options) {
       good = parseWhole<std::uint64_t>(value, options.seed, 0);
     } else if (flag == "--kills") {
       good = parseWhole(value, options.kills, 0);
+    } else if (flag == "--instances") {
+      good = parseWhole(value, options.instances, 1) && options.instances <= 2;
     } else if (flag == "--backlog") {
       good = parseWhole(value, options.backlog, 1);
     } else if (flag == "--max-gap-ms") {
@@ -108,29 +115,48 @@ class Soak {
     }
     std::mt19937_64 random(options_.seed);
     std::uniform_int_distribution<int> gapUs(0, options_.maxGapMs * 1000);
-    for (int kill = 0; kill < options_.kills; ++kill) {
+    const auto nextKill = [&] { return Clock::now() + std::chrono::microseconds(gapUs(random)); };
+    std::vector<Instance> instances(static_cast<std::size_t>(options_.instances));
+    for (std::size_t slot = 0; slot < instances.size() && options_.kills > 0; ++slot) {
       queue_.topUp(static_cast<std::size_t>(options_.backlog));
-      const pid_t child = start({});
-      if (child < 0) return fail("cannot start " + options_.standin);
-      std::this_thread::sleep_for(std::chrono::microseconds(gapUs(random)));
-      ::kill(child, SIGKILL);
-      const int status = child_process::wait(child);
-      if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
-        return fail("run " + std::to_string(runs_) + " ended before its kill (" +
-                    child_process::describe(status) + "); see " +
-                    (scratch_ / "standin.log").string());
-      }
+      if (!startInstance(instances, slot)) return false;
+      instances[slot].killAt = nextKill();
     }
-    if (!drain()) return false;
+    for (int kill = 0; kill < options_.kills; ++kill) {
+      Instance& due = *std::min_element(
+          instances.begin(), instances.end(),
+          [](const Instance& a, const Instance& b) { return a.killAt < b.killAt; });
+      std::this_thread::sleep_until(due.killAt);
+      ::kill(due.child, SIGKILL);
+      const int status = child_process::wait(due.child);
+      if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
+        return fail("a run ended before its kill (" + child_process::describe(status) + "); see " +
+                    (scratch_ / due.log).string());
+      }
+      due.child = -1;
+      if (kill + static_cast<int>(instances.size()) >= options_.kills) {
+        due.killAt = Clock::time_point::max();  // its last kill: it drains with the others
+        continue;
+      }
+      queue_.topUp(static_cast<std::size_t>(options_.backlog));
+      if (!startInstance(instances, static_cast<std::size_t>(&due - instances.data()))) {
+        return false;
+      }
+      due.killAt = nextKill();
+    }
+    if (!drain(instances)) return false;
     if (!loadCleanly()) return false;
 
     const kill_soak::SoakOutcome outcome = kill_soak::checkSoak(bridge_, journal_, queue_.all());
     const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
-    std::cout << "kill soak: seed " << options_.seed << ", " << options_.kills << " kills, "
-              << runs_ - 1 << " restarts, " << queue_.all().size()
+    std::cout << "kill soak: seed " << options_.seed << ", " << options_.instances
+              << (options_.instances == 1 ? " instance, " : " instances on one bridge, ")
+              << options_.kills << " kills, " << runs_ - 1 << " restarts, " << queue_.all().size()
               << " requests: " << outcome.completed << " completed, " << outcome.interrupted
               << " failed as interrupted (" << outcome.placedThenInterrupted
-              << " of them placed before the kill), wall time " << std::fixed
+              << " of them placed before the kill, " << outcome.loggedMoreThanOnce
+              << " logged more than once), placed twice: " << outcome.placedTwice
+              << ", answered twice: " << outcome.answeredTwice << ", wall time " << std::fixed
               << std::setprecision(1) << seconds << " s" << std::endl;
     for (const std::string& problem : outcome.problems)
       std::cout << "  problem: " << problem << "\n";
@@ -141,12 +167,26 @@ class Soak {
   }
 
  private:
+  struct Instance {
+    pid_t child = -1;
+    Clock::time_point killAt = Clock::time_point::max();
+    std::string log;
+  };
+
   bool fail(const std::string& why) {
     std::cout << "kill soak FAILED (seed " << options_.seed << "): " << why << std::endl;
     return false;
   }
 
-  pid_t start(const std::vector<std::string>& extra, const char* log = "standin.log") {
+  bool startInstance(std::vector<Instance>& instances, std::size_t slot) {
+    Instance& instance = instances[slot];
+    instance.log = "standin-" + std::to_string(slot + 1) + ".log";
+    instance.child = start({}, instance.log.c_str());
+    if (instance.child < 0) return fail("cannot start " + options_.standin);
+    return true;
+  }
+
+  pid_t start(const std::vector<std::string>& extra, const char* log) {
     std::vector<std::string> argv = {options_.standin,  "--module",  options_.module, "--journal",
                                      journal_.string(), "--call-ms", options_.callMs};
     argv.insert(argv.end(), extra.begin(), extra.end());
@@ -154,20 +194,26 @@ class Soak {
     return child_process::start(argv, (scratch_ / log).string(), true, home_.string());
   }
 
-  // One uninterrupted run until nothing waits in "requests" or "claimed", then a clean stop.
-  bool drain() {
-    const pid_t child = start({});
-    if (child < 0) return fail("cannot start " + options_.standin);
-    // Generous: a request takes well under half a second even on a loaded machine.
+  // Every instance runs uninterrupted until nothing waits in "requests" or "claimed", then each
+  // stops cleanly.
+  bool drain(std::vector<Instance>& instances) {
+    for (std::size_t slot = 0; slot < instances.size(); ++slot) {
+      if (instances[slot].child < 0 && !startInstance(instances, slot)) return false;
+    }
+    // Generous: a request takes well under half a second even on a loaded machine, and a waiting
+    // instance takes over within about a second.
     const auto deadline = Clock::now() + 30s + queue_.all().size() * 500ms;
     while (!(holdsNothing(bridge_ / "requests") && holdsNothing(bridge_ / "claimed")) &&
            Clock::now() < deadline) {
       std::this_thread::sleep_for(20ms);
     }
-    ::kill(child, SIGTERM);
-    const int status = child_process::wait(child);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-      return fail("the draining run ended with " + child_process::describe(status));
+    for (const Instance& instance : instances) ::kill(instance.child, SIGTERM);
+    for (const Instance& instance : instances) {
+      const int status = child_process::wait(instance.child);
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        return fail("a draining run ended with " + child_process::describe(status) + "; see " +
+                    (scratch_ / instance.log).string());
+      }
     }
     return true;
   }

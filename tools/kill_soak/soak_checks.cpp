@@ -59,8 +59,9 @@ std::set<std::string> namesIn(const fs::path& folder) {
 
 class Checker {
  public:
-  Checker(const fs::path& bridge, const fs::path& journal, const std::vector<QueuedRequest>& queued)
-      : bridge_(bridge), queued_(queued) {
+  Checker(const fs::path& bridge, const fs::path& journal, const std::vector<QueuedRequest>& queued,
+          bool answersMayBeLost)
+      : bridge_(bridge), queued_(queued), answersMayBeLost_(answersMayBeLost) {
     for (const std::string& line : lines(readAll(journal))) {
       if (line.back() != '\n') {
         problem("journal: a cut line \"" + line + "\"");
@@ -73,8 +74,8 @@ class Checker {
   SoakOutcome run() {
     checkQueuesEmpty();
     checkPlacementsKnown();
-    const std::map<std::string, nlohmann::json> lastLogLines = readLog();
-    for (const QueuedRequest& request : queued_) checkRequest(request, lastLogLines);
+    const std::map<std::string, std::vector<nlohmann::json>> logLines = readLog();
+    for (const QueuedRequest& request : queued_) checkRequest(request, logLines);
     checkNoStrayResponses();
     if (!oneLine(readAll(bridge_ / "bridge_state.json"))) {
       problem("bridge_state.json is not one complete JSON line");
@@ -85,6 +86,9 @@ class Checker {
 
  private:
   void problem(std::string what) { outcome_.problems.push_back(std::move(what)); }
+  void lostAnswer(std::string what) {
+    (answersMayBeLost_ ? outcome_.lostAnswers : outcome_.problems).push_back(std::move(what));
+  }
 
   void checkQueuesEmpty() {
     for (const char* folder : {"requests", "claimed"}) {
@@ -99,26 +103,29 @@ class Checker {
     for (const QueuedRequest& request : queued_) known.insert(request.takeName);
     for (const auto& [name, count] : placements_) {
       if (known.count(name) == 0) problem("placed a take no request asked for: \"" + name + "\"");
-      if (count > 1) problem("\"" + name + "\" placed " + std::to_string(count) + " times");
+      if (count > 1) {
+        ++outcome_.placedTwice;
+        problem("\"" + name + "\" placed " + std::to_string(count) + " times");
+      }
     }
   }
 
-  // The last log line of every request id; every line must be complete JSON.
-  std::map<std::string, nlohmann::json> readLog() {
-    std::map<std::string, nlohmann::json> last;
+  // The log lines of every request id, in order; every line must be complete JSON.
+  std::map<std::string, std::vector<nlohmann::json>> readLog() {
+    std::map<std::string, std::vector<nlohmann::json>> byId;
     for (const std::string& line : lines(readAll(bridge_ / "delivery.log"))) {
       const std::optional<nlohmann::json> entry = oneLine(line);
       if (!entry || !(*entry)["request_id"].is_string()) {
-        problem("delivery.log: not one complete JSON line: " + line);
+        lostAnswer("delivery.log: not one complete JSON line: " + line);
         continue;
       }
-      last[(*entry)["request_id"].get<std::string>()] = *entry;
+      byId[(*entry)["request_id"].get<std::string>()].push_back(*entry);
     }
-    return last;
+    return byId;
   }
 
   void checkRequest(const QueuedRequest& request,
-                    const std::map<std::string, nlohmann::json>& lastLogLines) {
+                    const std::map<std::string, std::vector<nlohmann::json>>& logLines) {
     const std::string& name = request.fileName;
     const bool completed = fs::exists(bridge_ / "completed" / name);
     const bool failed = fs::exists(bridge_ / "failed" / name);
@@ -144,20 +151,44 @@ class Checker {
     const std::string responseText = readAll(bridge_ / "responses" / (request.id + ".json"));
     const std::optional<nlohmann::json> response = oneLine(responseText);
     if (!response) {
-      problem("response " + request.id + ".json is not one complete JSON line: " + responseText);
+      lostAnswer("response " + request.id + ".json is not one complete JSON line: " + responseText);
     } else if ((*response)["request_id"] != request.id || (*response)["ok"] != completed ||
                (*response)["message"] != message) {
       problem("response " + request.id + ".json does not match " + archived.string() + ": " +
               responseText);
     }
 
-    const auto logged = lastLogLines.find(request.id);
-    if (logged == lastLogLines.end()) {
-      problem(request.id + " has no delivery.log line");
-    } else if (logged->second["ok"] != completed || logged->second["message"] != message) {
-      problem(request.id + "'s last delivery.log line does not match " + archived.string() + ": " +
-              logged->second.dump());
+    const auto logged = logLines.find(request.id);
+    if (logged == logLines.end()) {
+      lostAnswer(request.id + " has no delivery.log line");
+      return;
     }
+    checkAnswers(request.id, logged->second, completed, archived);
+  }
+
+  // Answered twice: a completed request logged more than once, a second success, a success after
+  // the interrupted answer, or a last line that contradicts the archive.
+  void checkAnswers(const std::string& id, const std::vector<nlohmann::json>& answers,
+                    bool completed, const fs::path& archived) {
+    const std::size_t before = outcome_.problems.size();
+    const nlohmann::json& last = answers.back();
+    if (last["ok"] != completed || last["message"] != (completed ? kSpotted : kInterrupted)) {
+      problem(id + "'s last delivery.log line does not match " + archived.string() + ": " +
+              last.dump());
+    }
+    if (answers.size() > 1 && completed) {
+      problem(id + " completed but answered " + std::to_string(answers.size()) + " times");
+    } else if (answers.size() > 1) {
+      ++outcome_.loggedMoreThanOnce;
+      for (std::size_t i = 0; i < answers.size(); ++i) {
+        const bool success = answers[i]["ok"] == true && answers[i]["message"] == kSpotted;
+        const bool interrupted = answers[i]["ok"] == false && answers[i]["message"] == kInterrupted;
+        if (!interrupted && !(i == 0 && success)) {
+          problem(id + " answered again after its first answer: " + answers[i].dump());
+        }
+      }
+    }
+    if (outcome_.problems.size() != before) ++outcome_.answeredTwice;
   }
 
   void checkNoStrayResponses() {
@@ -176,6 +207,7 @@ class Checker {
 
   const fs::path& bridge_;
   const std::vector<QueuedRequest>& queued_;
+  const bool answersMayBeLost_;
   std::map<std::string, int> placements_;  // take name: times placed
   SoakOutcome outcome_;
 };
@@ -183,8 +215,8 @@ class Checker {
 }  // namespace
 
 SoakOutcome checkSoak(const fs::path& bridge, const fs::path& journal,
-                      const std::vector<QueuedRequest>& queued) {
-  return Checker(bridge, journal, queued).run();
+                      const std::vector<QueuedRequest>& queued, bool answersMayBeLost) {
+  return Checker(bridge, journal, queued, answersMayBeLost).run();
 }
 
 }  // namespace kill_soak
