@@ -61,28 +61,6 @@ class EndToEnd : public BridgeTest {
   fake_reaper::PluginEntry entry_ = nullptr;
 };
 
-TEST_F(EndToEnd, FailsInterruptedClaimsAtLoadAnswersInNameOrderAndServesOnWithoutItsArchive) {
-  writeAll(queue("claimed") / "r1.json", requestDocument("abc", tone()));
-  ASSERT_EQ(load(), 1);
-  const std::string firstBeat = readAll(home.bridge() / "bridge_state.json");
-  drop("a.json", requestDocument("second", tone(), R"(,"display_name":"Second")"));
-  drop("Z.json", requestDocument("first", tone(), R"(,"display_name":"First")"));
-  ASSERT_TRUE(runUntil([&] {
-    return namesIn("requests").empty() && readAll(home.bridge() / "bridge_state.json") != firstBeat;
-  }));
-  EXPECT_EQ(namesIn("completed"), (Names{"Z.json", "a.json"}));
-  ASSERT_EQ(host().undoHistory.size(), 2u);
-  EXPECT_EQ(host().undoHistory[0].label + ", " + host().undoHistory[1].label,
-            "Quillmere: Spot First, Quillmere: Spot Second");
-
-  std::filesystem::remove_all(queue("completed"));
-  drop("b.json", requestDocument("third", tone()));
-  ASSERT_TRUE(runUntil([&] { return std::filesystem::exists(queue("completed") / "b.json"); }));
-  EXPECT_EQ(namesIn("completed"), Names{"b.json"});
-  EXPECT_EQ(namesIn("claimed"), Names{});
-  EXPECT_EQ(namesIn("failed"), Names{"r1.json"});
-}
-
 TEST_F(EndToEnd, ServesTheBridgeFolderFixedAtLoadAfterHomeAndTheWorkingFolderChange) {
   ASSERT_EQ(load(), 1);
   const std::filesystem::path moved = home.path() / "moved";
