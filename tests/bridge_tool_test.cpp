@@ -14,6 +14,7 @@
 #include "fake_reaper/fake_reaper.h"
 #include "platform/file_lock.h"
 #include "quillmere_bridge/request_drop.h"
+#include "report/response_document.h"
 #include "support/child_process.h"
 #include "support/temp_home.h"
 
@@ -293,12 +294,12 @@ TEST_F(BridgeTool, StatusSaysWhichQueueFolderCannotBeUsedAndWhatThatMeansForRequ
 
 TEST_F(BridgeTool, SpotReportsTheAnswerStandingWhenTheRequestIsArchived) {
   const std::string stem = "20261123T120000000000Z-1", name = stem + ".json";
+  quillmere::SpotRequest request;
+  request.request_id = stem;
   const auto respond = [&](const std::string& message) {
-    writeAll(queue("responses") / name,
-             R"({"version":2,"request_id":")" + stem +
-                 R"(","project_item_id":0,"ok":false,"message":")" + message +
-                 R"(","track_index":0,"position_seconds":0.000000000,"output_path":""})"
-                 "\n");
+    quillmere::SpotResult result;
+    result.message = message;
+    writeAll(queue("responses") / name, quillmere::responseJson(request, result));
   };
   const auto claim = [&] { fs::rename(queue("requests") / name, queue("claimed") / name); };
   const auto archive = [&] { fs::rename(queue("claimed") / name, queue("failed") / name); };

@@ -1,10 +1,9 @@
 // Through the built library, loaded the way the host loads it. Its timer reads the real clock,
 // so these tests wait in real time, each wait bounded; a slow runner such as valgrind stretches
 // every bound by the whole factor in QUILLMERE_TEST_WAIT_SCALE.
-#include <charconv>
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <thread>
 
 #include <memory>
@@ -24,13 +23,8 @@ using namespace testing_support;
 namespace {
 
 std::chrono::milliseconds scaled(std::chrono::milliseconds wait) {
-  static const int scale = [] {
-    const char* text = std::getenv("QUILLMERE_TEST_WAIT_SCALE");
-    int value = 1;
-    if (text != nullptr) std::from_chars(text, text + std::strlen(text), value);
-    return value > 0 ? value : 1;
-  }();
-  return wait * scale;
+  const char* scale = std::getenv("QUILLMERE_TEST_WAIT_SCALE");
+  return wait * std::max(1, scale != nullptr ? std::atoi(scale) : 1);
 }
 
 class EndToEnd : public BridgeTest {
