@@ -88,25 +88,19 @@ TEST(NumberText, ReadsTheFormsStrtodReadsAndConsumesWhatItConsumes) {
       {"0x.8", 0.5, kWhole},
       {"0x8", 8.0, kWhole},
       {" +0x.8p-1,", 0.25, 9},
-      {"-0x1P-2", -0.25, kWhole},
       {"0x", 0.0, 1},
-      {"0x.", 0.0, 1},
       {"0x.p1", 0.0, 1},
       {"-0xg", -0.0, 2},
       {"0x1p", 1.0, 3},
-      {"0x1p+", 1.0, 3},
       {"0x1.p1", 2.0, kWhole},
       {"1e", 1.0, 1},
-      {"1e+", 1.0, 1},
       {"1.e", 1.0, 2},
       {"1.e5", 1e5, kWhole},
       {"1e5e6", 1e5, 3},
       {"1.5e+-3", 1.5, 3},
       {"1.2.3", 1.2, 3},
       {"+.5", 0.5, kWhole},
-      {"5.", 5.0, kWhole},
       {"-0", -0.0, kWhole},
-      {"+0", 0.0, kWhole},
       {"-0.000e-999999", -0.0, kWhole},
       {" \t\n\v\f\r7", 7.0, kWhole},
       {"12abc", 12.0, 2},
@@ -114,40 +108,18 @@ TEST(NumberText, ReadsTheFormsStrtodReadsAndConsumesWhatItConsumes) {
       {"0." + std::string(40, '0') + "15e41", 1.5, kWhole},
       {"0x00000000000000000000000000001p0", 1.0, kWhole},
       {"1e999", kInfinity, kWhole},
-      {"-1e999", -kInfinity, kWhole},
       {"0x1p1024", kInfinity, kWhole},
       {"1e-999", 0.0, kWhole},
-      {"-1e-999", -0.0, kWhole},
-      {"1e-99999999999999999999999999", 0.0, kWhole},
-      {"0e99999999999999999999999999", 0.0, kWhole},
   };
   for (const Case& c : cases) expectReads(c);
 }
 
 TEST(NumberText, ConsumesNothingWhereStrtodFindsNoNumberOrSpellsOutInfinityOrNan) {
-  for (const std::string text : {"",
-                                 "   ",
-                                 ".",
-                                 "-",
-                                 "+",
-                                 "- 1",
-                                 "+-1",
-                                 "--1",
-                                 "e5",
-                                 ".e5",
-                                 "x1",
-                                 "\"3\"",
-                                 "inf",
-                                 "-INF",
-                                 "infinity",
-                                 "+Infinity",
-                                 "nan",
-                                 "NAN(123)",
-                                 "-nan",
-                                 "\xa0"
-                                 "1",
-                                 "\x85"
-                                 "1"}) {
+  // Non-breaking and next-line spaces as Latin-1 bytes, which are no white space to strtod.
+  for (const std::string text :
+       {"",         "   ",       ".",   "-",        "+",     "- 1",   "+-1",
+        "--1",      "e5",        ".e5", "x1",       "\"3\"", "inf",   "-INF",
+        "infinity", "+Infinity", "nan", "NAN(123)", "-nan",  "\2401", "\2051"}) {
     SCOPED_TRACE("text \"" + text + "\"");
     EXPECT_EQ(read(text).consumed, 0u);
   }
@@ -161,14 +133,11 @@ TEST(NumberText, RoundsHalfwayCasesToEvenAndAnythingBeyondAwayFromThem) {
       {"9007199254740992.99999999999999999999999", 0x1p53, kWhole},
       {"1.00000000000000011102230246251565404236316680908203125", 1.0, kWhole},
       {"1.00000000000000011102230246251565404236316680908203126", 0x1.0000000000001p0, kWhole},
-      {"1.00000000000000011102230246251565404236316680908203124", 1.0, kWhole},
       {"1.00000000000000033306690738754696212708950042724609375", 0x1.0000000000002p0, kWhole},
       {"0x1.00000000000008p0", 1.0, kWhole},
       {"0x1.000000000000080000000000000001p0", 0x1.0000000000001p0, kWhole},
       {"0x1.00000000000018p0", 0x1.0000000000002p0, kWhole},
-      {"0x1.00000000000017ffffffffffffffffp0", 0x1.0000000000001p0, kWhole},
       {"0.1", 0x1.999999999999ap-4, kWhole},
-      {"0.3", 0x1.3333333333333p-2, kWhole},
       // Either side of what exact double arithmetic can take: 10^22, and 19 digits in 64 bits.
       {"1e-22", 0x1.e392010175ee6p-74, kWhole},
       {"1e-23", 0x1.82db34012b251p-77, kWhole},
@@ -183,7 +152,6 @@ TEST(NumberText, RoundsHalfwayCasesToEvenAndAnythingBeyondAwayFromThem) {
 TEST(NumberText, ReadsTheEdgesOfTheDoubleRangeExactly) {
   const Case cases[] = {
       {"1.7976931348623157e308", DBL_MAX, kWhole},
-      {"1.7976931348623158e308", DBL_MAX, kWhole},
       {"1.7976931348623159e308", kInfinity, kWhole},
       {"0x1.fffffffffffff7ffffp1023", DBL_MAX, kWhole},
       {"0x1.fffffffffffff8p1023", kInfinity, kWhole},
@@ -191,19 +159,15 @@ TEST(NumberText, ReadsTheEdgesOfTheDoubleRangeExactly) {
       {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022, kWhole},
       {"2.2250738585072012e-308", DBL_MIN, kWhole},
       {"0x1.fffffffffffff8p-1023", DBL_MIN, kWhole},
-      {"0x1.fffffffffffffp-1023", DBL_MIN, kWhole},
       {"0x1.ffffffffffffe8p-1023", 0x0.fffffffffffffp-1022, kWhole},
       {"4.9406564584124654e-324", 0x1p-1074, kWhole},
-      {"-4.9406564584124654e-324", -0x1p-1074, kWhole},
       {"2.4703282292062327e-324", 0.0, kWhole},
       {"2.4703282292062328e-324", 0x1p-1074, kWhole},
       {"7.4109846876186982e-324", 0x1p-1073, kWhole},
-      {"0x1p-1074", 0x1p-1074, kWhole},
       {"0x1p-1075", 0.0, kWhole},
       {"0x1.0000000000001p-1075", 0x1p-1074, kWhole},
       {"0x1.8p-1074", 0x1p-1073, kWhole},
       {"0x3p-1076", 0x1p-1074, kWhole},
-      {"0x1p-1076", 0.0, kWhole},
       // Three quarters of the way between two subnormals, which glibc 2.36 reads one unit low.
       {"0x18e1048e301301.8p-1075", 0x0.c708247180981p-1022, kWhole},
   };
@@ -222,7 +186,6 @@ TEST(NumberText, DecidesHalfwayCasesOnTheirLastDigitHoweverLongTheyAre) {
       {tiny, 0.0, kWhole},
       {tiny + "1", 0x1p-1074, kWhole},
       {tiny + std::string(2000, '0') + "1", 0x1p-1074, kWhole},
-      {tiny + std::string(2000, '0'), 0.0, kWhole},
       {"-" + tiny + "000000000000000000000001", -0x1p-1074, kWhole},
       {threeTiny, 0x1p-1073, kWhole},
       {huge, kInfinity, kWhole},
@@ -237,14 +200,9 @@ TEST(NumberText, ReadsMillionDigitMantissasAndExponentsToTheEnd) {
   const std::string zeros(1000000, '0');
   const std::string nines(1000000, '9');
   const Case cases[] = {
-      {"1" + zeros + "e-1000000", 1.0, kWhole},
-      {"0." + zeros + "15e1000001", 1.5, kWhole},
-      {"1." + zeros + "1", 1.0, kWhole},
-      {"1e" + nines, kInfinity, kWhole},
-      {"1e-" + nines, 0.0, kWhole},
-      {"0e" + nines, 0.0, kWhole},
-      {"0x1" + zeros + "p-4000000", 1.0, kWhole},
-      {"0x0." + zeros + "1p4000004", 1.0, kWhole},
+      {"1" + zeros + "e-1000000", 1.0, kWhole},   {"0." + zeros + "15e1000001", 1.5, kWhole},
+      {"1e" + nines, kInfinity, kWhole},          {"1e-" + nines, 0.0, kWhole},
+      {"0x1" + zeros + "p-4000000", 1.0, kWhole}, {"0x0." + zeros + "1p4000004", 1.0, kWhole},
       {"0x1p" + nines, kInfinity, kWhole},
   };
   for (const Case& c : cases) expectReads(c);
@@ -255,53 +213,39 @@ TEST(NumberText, ReadsMillionDigitMantissasAndExponentsToTheEnd) {
 // Bit-for-bit agreement with glibc on arbitrary texts is the number reader's fuzz target's
 // work, which the test command runs.
 
-// Makes the C library's numeric locale one with a decimal comma while it lives, compiling a
-// minimal one when no such locale is installed.
+// Makes the C library's numeric locale one with a decimal comma while it lives, compiled with
+// localedef, as none may be installed.
 class CommaNumericLocale {
  public:
   CommaNumericLocale() {
-    previous_ = setlocale(LC_NUMERIC, nullptr);
-    for (const char* name :
-         {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE", "fr_FR"})
-      if (setlocale(LC_NUMERIC, name)) return;
-    compile();
+    std::string folder = (std::filesystem::temp_directory_path() / "quillmere-XXXXXX").string();
+    if (!mkdtemp(folder.data())) return;
+    folder_ = folder;
+    std::ofstream(folder_ / "comma.src") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
+                                            "grouping 3;3\nEND LC_NUMERIC\n";
+    // localedef exits 1 for the categories a minimal definition leaves out.
+    exitStatus_ = std::system(("localedef -c -f ANSI_X3.4-1968 -i '" + folder + "/comma.src' '" +
+                               folder + "/comma' >/dev/null 2>&1")
+                                  .c_str());
+    setenv("LOCPATH", folder.c_str(), 1);
+    made_ = setlocale(LC_NUMERIC, "comma") != nullptr;
   }
   ~CommaNumericLocale() {
     setlocale(LC_NUMERIC, previous_.c_str());
-    if (!folder_.empty()) {
-      std::error_code ignored;
-      std::filesystem::remove_all(folder_, ignored);
-      unsetenv("LOCPATH");
-    }
+    unsetenv("LOCPATH");
+    std::error_code ignored;
+    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
   }
-  const std::string& failure() const { return failure_; }
+  std::string failure() const {
+    return made_ ? ""
+                 : "localedef could not make a comma locale (" + std::to_string(exitStatus_) + ")";
+  }
 
  private:
-  void compile() {
-    std::error_code error;
-    std::string pattern =
-        (std::filesystem::temp_directory_path(error) / "quillmere-locale-XXXXXX").string();
-    if (error || !mkdtemp(pattern.data())) {
-      failure_ = "no comma locale installed and no folder to compile one in";
-      return;
-    }
-    folder_ = pattern;
-    std::ofstream(folder_ / "comma.src") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
-                                            "grouping 3;3\nEND LC_NUMERIC\n";
-    const std::string command = "localedef -c -f ANSI_X3.4-1968 -i '" +
-                                (folder_ / "comma.src").string() + "' '" +
-                                (folder_ / "comma").string() + "' >/dev/null 2>&1";
-    // localedef exits 1 for the categories a minimal definition leaves out.
-    const int status = std::system(command.c_str());
-    setenv("LOCPATH", folder_.c_str(), 1);
-    if (!setlocale(LC_NUMERIC, "comma"))
-      failure_ = "no comma locale installed, and localedef could not make one (exit status " +
-                 std::to_string(status) + ")";
-  }
-
-  std::string previous_;
+  std::string previous_ = setlocale(LC_NUMERIC, nullptr);
   std::filesystem::path folder_;
-  std::string failure_;
+  int exitStatus_ = -1;
+  bool made_ = false;
 };
 
 TEST(NumberText, ReadsTheSameNumbersUnderADecimalCommaCLocale) {

@@ -76,11 +76,6 @@ TEST_F(PluginEntry, LoadsAsAWaiterThatTouchesNothingWhileItCannotOwnTheBridge) {
       // A lock that cannot be had for any other reason is no licence to serve unguarded either.
       {"a folder in the lock's place",
        [](const fs::path& bridge, FileLock&) { fs::create_directory(bridge / "bridge.lock"); }},
-      {"a dangling link in the lock's place",
-       [](const fs::path& bridge, FileLock&) {
-         if (!makeSymlink(bridge / "nowhere", bridge / "bridge.lock"))
-           fs::create_directory(bridge / "bridge.lock");  // no links on this platform
-       }},
   };
   writeAll(queue("claimed") / "c.json", requestDocument("cut", tone()));
   for (const auto& [name, arrange] : cases) {
@@ -93,7 +88,6 @@ TEST_F(PluginEntry, LoadsAsAWaiterThatTouchesNothingWhileItCannotOwnTheBridge) {
     EXPECT_TRUE(lockedElsewhere(home.bridge() / "bridge.waiting"));
     EXPECT_EQ(namesIn("claimed"), Names{"c.json"});
     EXPECT_FALSE(fs::exists(home.bridge() / "bridge_state.json"));
-    EXPECT_FALSE(fs::exists(home.bridge() / "nowhere"));
     ReaperPluginEntry(nullptr, nullptr);
     EXPECT_FALSE(lockedElsewhere(home.bridge() / "bridge.waiting"));
   }
@@ -115,7 +109,6 @@ int registerNoting(const char* name, void* facility) {
 }
 
 TEST_F(PluginEntry, StampsBothJobsWithOneReadingTakenAfterTheHeartbeatAndBeforeRegistering) {
-  using namespace std::chrono_literals;
   lastQueuePoll = lastHeartbeat = SteadyTime{};
   atRegistration.stateFile = home.bridge() / "bridge_state.json";
   auto record = host().record;
@@ -130,10 +123,6 @@ TEST_F(PluginEntry, StampsBothJobsWithOneReadingTakenAfterTheHeartbeatAndBeforeR
   EXPECT_EQ(host().calls.back().name, "GetCursorPositionEx");  // the heartbeat's last call
   EXPECT_LE(host().calls.back().at, lastHeartbeat);
   EXPECT_LE(lastHeartbeat, atRegistration.when);
-  // So the first poll comes at the first tick 50 ms or more after that reading.
-  const SteadyTime load = lastQueuePoll;
-  EXPECT_FALSE(takeDueJobs(load + 50ms - 1ns).poll);
-  EXPECT_TRUE(takeDueJobs(load + 50ms).poll);
 }
 
 TEST_F(PluginEntry, TheBuiltLibraryExportsOnlyTheEntryPoint) {

@@ -7,7 +7,6 @@
 
 #include "platform/utf8_path.h"
 #include "support/bridge_fixture.h"
-#include "support/comma_locale.h"
 #ifdef __linux__
 #include <unistd.h>
 
@@ -57,8 +56,7 @@ TEST_F(RequestCycle, SilentlyDropsARequestWhoseNameIsAlreadyArchived) {
     writeAll(queue(archive) / (archive + std::string(".json")), "earlier");
     drop(archive + std::string(".json"), "{");
   }
-  poll();
-  poll();
+  poll(), poll();
   EXPECT_EQ(namesIn("requests"), Names{});
   EXPECT_EQ(namesIn("responses"), Names{});
   EXPECT_EQ(
@@ -277,17 +275,5 @@ TEST_F(RequestCycle, FlushesClaimedThenRequestsAfterTheClaimAndBeforeTheHostIsCa
   EXPECT_EQ(host().allItems().size(), 1u);
 }
 #endif
-
-TEST_F(RequestCycle, WritesClassicNumbersUnderAGroupingGlobalLocale) {
-  CommaLocale comma;
-  host().cursor = 1234.5;
-  std::string document = requestDocument("a", tone());
-  drop("a.json", document.replace(document.find(":17,"), 4, ":1234567,"));
-  poll();
-  EXPECT_NE(response("a").find(R"("project_item_id":1234567,)"), std::string::npos);
-  EXPECT_NE(response("a").find(R"("position_seconds":1234.500000000,)"), std::string::npos);
-  const std::string log = readAll(home.bridge() / "delivery.log");
-  EXPECT_EQ(log.find_first_not_of("0123456789", 16), log.find(",\"request_id\""));
-}
 
 }  // namespace

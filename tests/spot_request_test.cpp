@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -52,27 +53,11 @@ TEST(ParseRequest, ValidatesRequiredFieldsAndBoundsOrDefaultsOptionalOnes) {
 // A key's name as the id would be taken for that key; a device name would swallow the response
 // on Windows. Either is refused everywhere, so a request behaves the same wherever it is sent.
 TEST(ParseRequest, RefusesIdsSpeltLikeAKeyOrAWindowsDeviceAndNothingCloseToThem) {
-  for (const char* key : {"version",
-                          "command",
-                          "request_id",
-                          "project_item_id",
-                          "source_path",
-                          "expected_project_path",
-                          "display_name",
-                          "gain_db",
-                          "playback_rate",
-                          "full_handles",
-                          "source_offset_seconds",
-                          "visible_length_seconds",
-                          "CON",
-                          "con",
-                          "pRn",
-                          "AUX",
-                          "nul",
-                          "COM0",
-                          "com9",
-                          "LPT0",
-                          "lPt9"})
+  std::vector<std::string> refused(std::begin(quillmere::kRequestKeys),
+                                   std::end(quillmere::kRequestKeys));
+  for (const char* device : {"CON", "con", "pRn", "AUX", "nul", "COM0", "com9", "LPT0", "lPt9"})
+    refused.push_back(device);
+  for (const std::string& key : refused)
     EXPECT_EQ(parsed(std::string("'request_id':'") + key + "'"), "rejected") << key;
   for (const char* id :
        {"Gain_db", "gain_db_", "spot", "COM10", "COM", "COMA", "CONSOLE", "nul_1", "LPT-1", "CO"})

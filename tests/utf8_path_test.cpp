@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "support/temp_home.h"
@@ -57,28 +56,6 @@ TEST(Utf8Path, NamesAFileByItsUtf8BytesAndReadsTheSameBytesBackFromTheFolder) {
   ASSERT_NE(listed, fs::directory_iterator());
   EXPECT_EQ(utf8FromPath(listed->path().filename()), name);
   EXPECT_TRUE(fs::is_regular_file(pathFromUtf8(utf8FromPath(home.path()) + "/" + name)));
-}
-
-TEST(HomeDirectory, IsHomeAsUtf8ElseUserProfileOnWindowsElseEmpty) {
-#ifdef _WIN32
-  const std::string profile = "C:/Üser 家";
-#else
-  const std::string profile;
-#endif
-  testing_support::TempHome home;
-  // HOME, USERPROFILE, the home found.
-  const std::tuple<std::optional<std::string>, std::optional<std::string>, std::string> cases[] = {
-      {"/Hömé 家", "C:/Üser 家", "/Hömé 家"},
-      {"", "C:/Üser 家", profile},
-      {{}, "C:/Üser 家", profile},
-      {{}, {}, ""},
-  };
-  for (const auto& [value, userProfile, path] : cases) {
-    SCOPED_TRACE(value.value_or("unset"));
-    testing_support::setHome(value);
-    testing_support::setVariable("USERPROFILE", userProfile);
-    EXPECT_EQ(utf8FromPath(homeDirectory()), path);
-  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "fake_reaper/fake_reaper.h"
 #include "host/host_api.h"
+#include "platform/utf8_path.h"
 #include "support/temp_home.h"
 
 namespace testing_support {
@@ -26,7 +27,11 @@ class HostTest : public ::testing::Test {
     for (const std::string& violation : host().checkSettled()) ADD_FAILURE() << violation;
   }
   // A tone of `seconds` written into HOME under `name`; returns its path. Both are UTF-8.
-  std::string tone(const std::string& name, double seconds, int sampleRate = 8000) const;
+  std::string tone(const std::string& name, double seconds, int sampleRate = 8000) const {
+    const std::string path = quillmere::utf8FromPath(home.path() / quillmere::pathFromUtf8(name));
+    EXPECT_TRUE(fake_reaper::writeTestTone(path, seconds, sampleRate)) << path;
+    return path;
+  }
 
   TempHome home;
 };

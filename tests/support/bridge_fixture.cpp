@@ -1,2 +1,0 @@
-// Everything lives in the header; this keeps it compiling on its own.
-#include "support/bridge_fixture.h"
