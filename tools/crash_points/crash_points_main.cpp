@@ -199,13 +199,7 @@ std::string parseOptions(int argc, char** argv, Options& options) {
         return "unknown scenario " + value;
       }
       options.scenarios.push_back(value);
-    } else if (flag == "--standin") {
-      options.programs.standin = value;
-    } else if (flag == "--module") {
-      options.programs.module = value;
-    } else if (flag == "--shim") {
-      options.programs.shim = value;
-    } else {
+    } else if (!crash_points::takeProgramOption(flag, value, options.programs)) {
       return "unknown option " + flag;
     }
   }
@@ -222,12 +216,11 @@ int main(int argc, char** argv) {
     std::cerr << "quillmere_crash_points: " << problem << "\n" << kUsage;
     return 2;
   }
-  std::string pattern = (fs::temp_directory_path() / "quillmere-crash-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) {
+  const fs::path scratch = crash_points::makeScratchFolder("quillmere-crash");
+  if (scratch.empty()) {
     std::cerr << "quillmere_crash_points: cannot make a scratch folder\n";
     return 2;
   }
-  const fs::path scratch = pattern;
   const std::string tone = (scratch / "take.wav").string();
   if (!fake_reaper::writeTestTone(tone, 0.5, 8000)) {
     std::cerr << "quillmere_crash_points: cannot write the test tone\n";
@@ -238,11 +231,7 @@ int main(int argc, char** argv) {
   Sweep sweep(options, scratch, tone);
   for (const std::string& scenario : options.scenarios) passed = sweep.run(scenario) && passed;
   std::cout << "crash points: " << (passed ? "every point kept every guarantee" : "FAILED")
-            << ", wall time "
-            << std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() -
-                                                                started)
-                   .count()
-            << " s" << std::endl;
+            << ", wall time " << crash_points::secondsSince(started) << " s" << std::endl;
   if (passed && !options.keep) {
     std::error_code ignored;
     fs::remove_all(scratch, ignored);

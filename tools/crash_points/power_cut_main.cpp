@@ -256,13 +256,7 @@ std::string parseOptions(int argc, char** argv, Options& options) {
     if (flag == "--requests") {
       options.requests = std::strtoul(value.c_str(), nullptr, 10);
       if (options.requests < 1 || options.requests > 20) return "bad --requests: " + value;
-    } else if (flag == "--standin") {
-      options.programs.standin = value;
-    } else if (flag == "--module") {
-      options.programs.module = value;
-    } else if (flag == "--shim") {
-      options.programs.shim = value;
-    } else {
+    } else if (!crash_points::takeProgramOption(flag, value, options.programs)) {
       return "unknown option " + flag;
     }
   }
@@ -278,12 +272,11 @@ int main(int argc, char** argv) {
     std::cerr << "quillmere_power_cut: " << problem << "\n" << kUsage;
     return 2;
   }
-  std::string pattern = (fs::temp_directory_path() / "quillmere-power-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) {
+  const fs::path scratch = crash_points::makeScratchFolder("quillmere-power");
+  if (scratch.empty()) {
     std::cerr << "quillmere_power_cut: cannot make a scratch folder\n";
     return 2;
   }
-  const fs::path scratch = pattern;
   const auto started = std::chrono::steady_clock::now();
   int status = 0;
   {
@@ -296,11 +289,7 @@ int main(int argc, char** argv) {
       status = cut.run() ? 0 : 1;
     }
   }
-  std::cout << "power cut: wall time "
-            << std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() -
-                                                                started)
-                   .count()
-            << " s" << std::endl;
+  std::cout << "power cut: wall time " << crash_points::secondsSince(started) << " s" << std::endl;
   if (status != 1 && !options.keep) {
     std::error_code ignored;
     fs::remove_all(scratch, ignored);

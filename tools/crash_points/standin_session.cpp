@@ -214,4 +214,29 @@ std::string describe(const TracedCall& call, const fs::path& base) {
   return text;
 }
 
+std::filesystem::path makeScratchFolder(const std::string& prefix) {
+  std::string pattern = (std::filesystem::temp_directory_path() / (prefix + "-XXXXXX")).string();
+  if (::mkdtemp(pattern.data()) == nullptr) return {};
+  return pattern;
+}
+
+bool takeProgramOption(const std::string& flag, const std::string& value, Programs& programs) {
+  if (flag == "--standin") {
+    programs.standin = value;
+  } else if (flag == "--module") {
+    programs.module = value;
+  } else if (flag == "--shim") {
+    programs.shim = value;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+long long secondsSince(std::chrono::steady_clock::time_point started) {
+  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() -
+                                                          started)
+      .count();
+}
+
 }  // namespace crash_points

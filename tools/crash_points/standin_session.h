@@ -87,6 +87,12 @@ bool waitForStop(pid_t child, std::chrono::steady_clock::duration limit);
 // Whether `child` has ended, leaving its status to be collected.
 bool hasEnded(pid_t child);
 
+// What both proof programs share around their runs: a fresh scratch folder under the temporary
+// folder (empty when none can be made), the options naming the programs, and whole seconds since.
+std::filesystem::path makeScratchFolder(const std::string& prefix);
+bool takeProgramOption(const std::string& flag, const std::string& value, Programs& programs);
+long long secondsSince(std::chrono::steady_clock::time_point started);
+
 // Whether an instance waits for the bridge: it holds "bridge.waiting" so that an exclusive
 // attempt fails. The attempt, when it succeeds, is released at once.
 bool waiterPresent(const std::filesystem::path& bridge);
