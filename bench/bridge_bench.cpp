@@ -142,19 +142,25 @@ void BM_PollOverBacklogEmptyMemo(benchmark::State& state) {
 }
 BENCHMARK(BM_PollOverBacklogEmptyMemo)->Arg(1000)->Arg(10000);
 
+// What every floor of a poll does: one readdir over the queue, keeping the smallest name.
+std::string smallestListedName(const std::string& folder) {
+  std::string smallest;
+  DIR* listing = ::opendir(folder.c_str());
+  while (const dirent* entry = ::readdir(listing)) {
+    if (entry->d_name[0] == '.') continue;
+    if (smallest.empty() || std::strcmp(entry->d_name, smallest.c_str()) < 0)
+      smallest = entry->d_name;
+  }
+  ::closedir(listing);
+  return smallest;
+}
+
 void BM_PollOverBacklogFloor(benchmark::State& state) {
   ScratchHome home;
   queueBacklog(home, state.range(0));
   const std::string folder = home.queue("requests").string();
   for (auto _ : state) {
-    std::string smallest;
-    DIR* listing = ::opendir(folder.c_str());
-    while (const dirent* entry = ::readdir(listing)) {
-      if (entry->d_name[0] == '.') continue;
-      if (smallest.empty() || std::strcmp(entry->d_name, smallest.c_str()) < 0)
-        smallest = entry->d_name;
-    }
-    ::closedir(listing);
+    const std::string smallest = smallestListedName(folder);
     benchmark::DoNotOptimize(smallest);
   }
 }
@@ -443,14 +449,7 @@ void BM_PollBehindUnexaminableArchiveFloor(benchmark::State& state) {
   queueBehindLoopingArchive(home, state.range(0));
   const std::string folder = home.queue("requests").string();
   for (auto _ : state) {
-    std::string smallest;
-    DIR* listing = ::opendir(folder.c_str());
-    while (const dirent* entry = ::readdir(listing)) {
-      if (entry->d_name[0] == '.') continue;
-      if (smallest.empty() || std::strcmp(entry->d_name, smallest.c_str()) < 0)
-        smallest = entry->d_name;
-    }
-    ::closedir(listing);
+    const std::string smallest = smallestListedName(folder);
     struct stat status;
     benchmark::DoNotOptimize(::stat((home.queue("completed") / smallest).c_str(), &status));
   }

@@ -3,18 +3,13 @@
 #include <cerrno>
 
 #ifdef _WIN32
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
 #include <io.h>
-#include <windows.h>
 #else
 #include <sys/file.h>
 #include <sys/stat.h>
 #endif
+
+#include "platform/windows_api.h"
 
 namespace quillmere {
 

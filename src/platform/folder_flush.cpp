@@ -2,13 +2,12 @@
 
 #include <cerrno>
 
-#ifdef _WIN32
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
-#else
+#ifndef _WIN32
 #include <fcntl.h>
 #include <unistd.h>
 #endif
+
+#include "platform/windows_api.h"
 
 namespace fs = std::filesystem;
 

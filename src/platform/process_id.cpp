@@ -1,13 +1,10 @@
 #include "platform/process_id.h"
 
-#ifdef _WIN32
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-#else
+#ifndef _WIN32
 #include <unistd.h>
 #endif
+
+#include "platform/windows_api.h"
 
 namespace quillmere {
 

@@ -20,6 +20,7 @@ class JsonFields {
   template <std::size_t N>
   JsonFields(std::string_view text, const std::string_view (&keys)[N])
       : JsonFields(text, keys, N) {}
+  JsonFields(std::string_view text, const std::string_view* keys, std::size_t count);
 
   // Past the colon that next follows the key's quoted name, and past spaces, tabs, carriage
   // returns and line feeds.
@@ -29,8 +30,6 @@ class JsonFields {
   std::optional<bool> boolean(std::string_view key) const;
 
  private:
-  JsonFields(std::string_view text, const std::string_view* keys, std::size_t count);
-
   std::string_view text_;
   std::vector<std::pair<std::string_view, std::size_t>> keys_;  // key, its opening quote or npos
 };
